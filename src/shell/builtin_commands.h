@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string_view>
+
+#include "shell/command.h"
+
+namespace kel {
+
+// The shell's own commands.
+ResultCode HandleHelp(const CommandEntry& entry, std::string_view& rest, Output& out);
+ResultCode HandleDebug(const CommandEntry& entry, std::string_view& rest, Output& out);
+ResultCode HandleDelay(const CommandEntry& entry, std::string_view& rest, Output& out);
+ResultCode HandleQuit(const CommandEntry& entry, std::string_view& rest, Output& out);
+ResultCode HandleClearScreen(const CommandEntry& entry, std::string_view& rest, Output& out);
+
+/// The handler of a command this build does not provide: fails with -1 ("Nok").
+ResultCode HandleNotProvided(const CommandEntry& entry, std::string_view& rest, Output& out);
+
+}  // namespace kel

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace kel {
+
+inline constexpr const char* kVersion = KEL_VERSION;
+
+/// The program path the process was started with (argv[0], at most 1024 bytes).
+const std::string& ProgramPath();
+
+/// The usage text, filled with the current settings.
+std::string UsageText();
+
+/// The console-mode banner, filled with the current settings.
+std::string BannerText();
+
+/// The whole program: settings, options, services, batch or console mode, shutdown.
+/// Returns the process exit status.
+int KelcmdMain(int argc, char** argv);
+
+}  // namespace kel
