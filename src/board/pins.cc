@@ -1,6 +1,9 @@
 #include "board/pins.h"
 
 #include <array>
+#include <string>
+
+#include "shell/parse.h"
 
 namespace kel {
 namespace {
@@ -37,6 +40,31 @@ std::string_view PinName(int index, bool mcu_table, bool short_form) {
   const PinNames& pin = kPins[static_cast<size_t>(index)];
   if (mcu_table) return short_form ? pin.message_bit : pin.mcu_pin;
   return short_form ? pin.short_id : pin.friendly;
+}
+
+uint16_t ParsePinList(std::string_view text) {
+  constexpr size_t kListMax = 1023;
+  constexpr size_t kItemSize = 128;
+  std::string_view rest = text.substr(0, kListMax);
+  uint32_t mask = 0;
+  while (!rest.empty()) {
+    const std::string word = SplitWord(rest, ",;", kItemSize, 1);
+    const std::string_view item = TrimText(word);
+    if (item.empty()) continue;
+    if (item[0] == '0' || (item.size() > 1 && (item[1] == 'x' || item[1] == 'X'))) {
+      mask |= ParseValue(item);
+      continue;
+    }
+    for (int index = 0; index <= 15; ++index) {
+      if (EqualsNoCase(item, PinName(index, false, false)) ||
+          EqualsNoCase(item, PinName(index, false, true)) ||
+          EqualsNoCase(item, PinName(index, true, false)) ||
+          EqualsNoCase(item, PinName(index, true, true))) {
+        mask |= 1U << index;
+      }
+    }
+  }
+  return static_cast<uint16_t>(mask);
 }
 
 }  // namespace kel

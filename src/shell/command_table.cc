@@ -1,5 +1,7 @@
 #include <algorithm>
 
+#include "board/control_commands.h"
+#include "board/io_commands.h"
 #include "config/config_commands.h"
 #include "shell/builtin_commands.h"
 #include "shell/command.h"
@@ -83,7 +85,7 @@ std::vector<CommandEntry> BuildTable() {
       {{"lsusb"}, unbuilt, false, "", kOkError, "List available USB ports", {}, {}},
       {{"tetris"}, unbuilt, false, "", "", "", {}, {}},
       {{"int", "internal"},
-       unbuilt,
+       HandleInternal,
        true,
        "",
        kOkError,
@@ -111,7 +113,7 @@ std::vector<CommandEntry> BuildTable() {
        {},
        {}},
       {{"set"},
-       unbuilt,
+       HandleSetOutput,
        true,
        "",
        kOkError,
@@ -123,7 +125,7 @@ std::vector<CommandEntry> BuildTable() {
         "<id>               - short pin name (eg 'CAN1')"},
        {"'set 23V,CAN1'     - set 23V and CAN1 voltage states"}},
       {{"clr", "clear"},
-       unbuilt,
+       HandleClearOutput,
        true,
        "",
        kOkError,
@@ -135,7 +137,7 @@ std::vector<CommandEntry> BuildTable() {
         "<id>               - short pin name (eg 'CAN1')"},
        {"'clr 23V,CAN1'     - clear 23V and CAN1 voltage states"}},
       {{"toggle"},
-       unbuilt,
+       HandleToggleOutput,
        true,
        "",
        kOkError,
@@ -147,7 +149,7 @@ std::vector<CommandEntry> BuildTable() {
         "<id>               - short pin name (eg 'CAN1')"},
        {"'toggle 23V,CAN1'  - toggle 23V and CAN1 voltage states"}},
       {{"yank"},
-       unbuilt,
+       HandleYank,
        true,
        "",
        kOkError,
@@ -160,7 +162,7 @@ std::vector<CommandEntry> BuildTable() {
         "<ioport> <time>    - yank time (default 1s)"},
        {"'yank 23V,CAN1 1s' - yank 23V and CAN1 voltage states for 1s"}},
       {{"out", "output"},
-       unbuilt,
+       HandleOutputs,
        true,
        "",
        kOkError,
@@ -172,7 +174,7 @@ std::vector<CommandEntry> BuildTable() {
       {{"nfcr"}, unbuilt, true, "", kOkError, "Read message counter values", {}, {}},
       {{"nsr"}, unbuilt, true, "", kOkError, "Fetch port status query", {}, {}},
       {{"baud", "baudrate"},
-       unbuilt,
+       HandleBaud,
        true,
        "",
        kOkError,
@@ -200,7 +202,7 @@ std::vector<CommandEntry> BuildTable() {
         "tst                - Test current CAN filters", "(dump matchin ID list)"},
        {}},
       {{"reset"},
-       unbuilt,
+       HandleReset,
        true,
        "",
        kOkError,

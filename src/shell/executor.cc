@@ -3,6 +3,7 @@
 #include <exception>
 #include <new>
 
+#include "device/device_link.h"
 #include "shell/command.h"
 #include "shell/parse.h"
 
@@ -17,13 +18,6 @@ std::string& PendingBuffer() {
 
 // Command words are cut at 63 characters, as the word buffer holds 64 bytes.
 constexpr size_t kCommandWordSize = 64;
-
-bool ConnectDevice(const DeviceTarget& /*target*/) {
-  // No device link in this build: every device command fails to connect.
-  return false;
-}
-
-void DisconnectDevice() {}
 
 }  // namespace
 
@@ -44,7 +38,7 @@ ResultCode RunCommandLine(const DeviceTarget& target, std::string_view text, Out
     result = ExecuteCommand(target, view, out);
   }
   pending.clear();
-  DisconnectDevice();
+  Device().Disconnect();
   return result;
 }
 
@@ -67,7 +61,7 @@ ResultCode DispatchCommand(const DeviceTarget& target, std::string_view name,
                            std::string_view& rest, Output& out) {
   const CommandEntry* entry = FindCommand(name);
   if (entry == nullptr) return FormatResult(nullptr, kErrBadCommand, out);
-  if (entry->needs_device && !ConnectDevice(target)) {
+  if (entry->needs_device && !Device().Connect(target.address, target.port)) {
     return FormatResult(entry, kErrConnect, out);
   }
   try {

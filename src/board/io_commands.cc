@@ -1,0 +1,92 @@
+#include "board/io_commands.h"
+
+#include <string>
+
+#include "board/pins.h"
+#include "device/command_codes.h"
+#include "device/device_link.h"
+#include "platform/clock.h"
+#include "shell/parse.h"
+
+namespace kel {
+namespace {
+
+constexpr size_t kPinWordSize = 128;
+constexpr uint32_t kDefaultYankMs = 1000;
+
+// The pin word of a command. A double-quoted run keeps a friendly name with blanks in
+// one word ("Modem reset"); the quotes themselves are not part of any name.
+std::string TakePinWord(std::string_view& rest) {
+  std::string word = SplitWord(rest, kWordSeparators, kPinWordSize);
+  std::erase(word, '"');
+  return word;
+}
+
+// Reads the output states and prints the pins of `mask` (every pin when `mask` is 0).
+ResultCode PrintOutputs(const CommandEntry& entry, uint16_t mask, Output& out) {
+  FrameBytes answer{};
+  if (!Device().Transact(answer.data(), 0, code::kOutputs, code::kOutputs, 0, 0, 0)) {
+    return FormatResult(&entry, kErrMsgIo, out);
+  }
+  const uint16_t state = static_cast<uint16_t>(FrameWord(answer.data(), 1) >> 16);
+  const size_t start = out.Length();
+  out.Printf("Output bits (0x%04X):\n", state);
+  for (int pin = 1; pin <= kPinCount; ++pin) {
+    if (mask != 0 && (mask & (1U << pin)) == 0) continue;
+    const std::string name(PinName(pin, false, false));
+    out.Printf("%s = %s\n", name.c_str(), (state & (1U << pin)) != 0 ? "on" : "off");
+  }
+  return static_cast<ResultCode>(out.Length() - start);
+}
+
+ResultCode ChangeOutputs(const CommandEntry& entry, std::string_view& rest, Output& out,
+                         uint32_t command) {
+  const std::string word = TakePinWord(rest);
+  const uint16_t mask = word.empty() ? 0 : ParsePinList(word);
+  // A list that names no pin is refused with the list of names, rather than sent as a
+  // frame that changes nothing.
+  if (mask == 0) return FormatResult(&entry, kErrBadIo, out);
+  if (!Device().SendCommand(command, uint32_t{mask} << 16, 0, 0)) {
+    return FormatResult(&entry, kErrMsgIo, out);
+  }
+  return PrintOutputs(entry, mask, out);
+}
+
+}  // namespace
+
+ResultCode HandleSetOutput(const CommandEntry& entry, std::string_view& rest, Output& out) {
+  return ChangeOutputs(entry, rest, out, code::kSetOut);
+}
+
+ResultCode HandleClearOutput(const CommandEntry& entry, std::string_view& rest, Output& out) {
+  return ChangeOutputs(entry, rest, out, code::kClrOut);
+}
+
+ResultCode HandleToggleOutput(const CommandEntry& entry, std::string_view& rest, Output& out) {
+  return ChangeOutputs(entry, rest, out, code::kToggleOut);
+}
+
+ResultCode HandleYank(const CommandEntry& entry, std::string_view& rest, Output& out) {
+  const std::string word = TakePinWord(rest);
+  const uint16_t mask = word.empty() ? 0 : ParsePinList(word);
+  if (mask == 0) return FormatResult(&entry, kErrBadIo, out);
+  const std::string time = SplitWord(rest, kWordSeparators, kPinWordSize);
+  const uint32_t ms = time.empty() ? kDefaultYankMs : TruncateToU32(ParseDuration(time));
+  if (!Device().SendCommand(code::kToggleOut, uint32_t{mask} << 16, 0, 0)) {
+    return FormatResult(&entry, kErrMsgIo, out);
+  }
+  platform::SleepMs(ms);
+  if (!Device().SendCommand(code::kToggleOut, uint32_t{mask} << 16, 0, 0)) {
+    return FormatResult(&entry, kErrMsgIo, out);
+  }
+  return PrintOutputs(entry, mask, out);
+}
+
+ResultCode HandleOutputs(const CommandEntry& entry, std::string_view& rest, Output& out) {
+  const std::string word = TakePinWord(rest);
+  const uint16_t mask = word.empty() ? 0 : ParsePinList(word);
+  if (!word.empty() && mask == 0) return FormatResult(&entry, kErrBadIo, out);
+  return PrintOutputs(entry, mask, out);
+}
+
+}  // namespace kel

@@ -1,0 +1,137 @@
+#include "device/device_link.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "config/settings.h"
+#include "device/frame_text.h"
+#include "shell/console.h"
+#include "shell/parse.h"
+
+namespace kel {
+namespace {
+
+constexpr size_t kReceiveChunk = 64 * 1024;
+constexpr int kDefaultTransactMs = 5000;
+constexpr int kTransactSliceMs = 1000;
+// A full send buffer makes a non-blocking send wait for room; a board that takes nothing
+// for this long counts as a failed send.
+constexpr int kSendRoomMs = 5000;
+
+}  // namespace
+
+DeviceLink& Device() {
+  static DeviceLink link;
+  return link;
+}
+
+bool DeviceLink::Connect(const std::string& address, int tcp_port) {
+  if (socket_.Valid()) return true;
+  broken_ = false;
+  buffer_start_ = buffer_end_ = 0;
+  platform::Socket socket = platform::NewTcpSocket();
+  if (!socket.Valid()) return false;
+  const platform::SocketAddress to{InetAddr(address), static_cast<uint16_t>(tcp_port)};
+  if (!platform::ConnectBlocking(socket, to) || !platform::SetNonBlocking(socket, true)) {
+    return false;
+  }
+  socket_ = std::move(socket);
+  return true;
+}
+
+void DeviceLink::Disconnect() {
+  socket_.Close();
+  broken_ = false;
+  buffer_start_ = buffer_end_ = 0;
+}
+
+void DeviceLink::MarkBroken() {
+  broken_ = true;
+  buffer_start_ = buffer_end_ = 0;
+}
+
+bool DeviceLink::SendFrame(const uint8_t* frame) {
+  if (!socket_.Valid()) return false;
+  size_t sent = 0;
+  while (sent < kFrameSize) {
+    const platform::IoResult r = platform::Send(socket_, frame + sent, kFrameSize - sent);
+    if (r.status == platform::IoStatus::kOk) {
+      sent += r.bytes;
+    } else if (r.status != platform::IoStatus::kWouldBlock ||
+               !platform::WaitWritable(socket_, kSendRoomMs)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool DeviceLink::SendCommand(uint32_t command, uint32_t value1, uint32_t value2,
+                             uint32_t value3) {
+  const FrameBytes frame = EncodeCommand(CommandFrame{command | 0x80000000U, value1, value2, value3});
+  if (CurrentSettings().debug_socket) ConsoleWrite(SendingCommandText(frame.data()));
+  return SendFrame(frame.data());
+}
+
+bool DeviceLink::SendCanData(const uint8_t* data, size_t length) {
+  FrameBytes frame{};
+  if (data != nullptr) std::memcpy(frame.data(), data, std::min(length, kFrameSize));
+  if (CurrentSettings().debug_socket) ConsoleWrite(SendingDataText(frame.data()));
+  return SendFrame(frame.data());
+}
+
+bool DeviceLink::ReceiveFrame(uint8_t* frame, int timeout_ms) {
+  std::memset(frame, 0, kFrameSize);
+  if (!socket_.Valid() || broken_) return false;
+  if (buffer_.size() < kReceiveChunk) buffer_.resize(kReceiveChunk);
+  while (buffer_end_ - buffer_start_ < kFrameSize) {
+    if (buffer_start_ > 0) {
+      // Keep the partial frame at the front so the next read can complete it.
+      std::memmove(buffer_.data(), buffer_.data() + buffer_start_, buffer_end_ - buffer_start_);
+      buffer_end_ -= buffer_start_;
+      buffer_start_ = 0;
+    }
+    const platform::IoResult r =
+        platform::Receive(socket_, buffer_.data() + buffer_end_, buffer_.size() - buffer_end_);
+    if (r.status == platform::IoStatus::kOk) {
+      buffer_end_ += r.bytes;
+      continue;
+    }
+    if (r.status != platform::IoStatus::kWouldBlock) {
+      MarkBroken();
+      return false;
+    }
+    const platform::WaitStatus w = platform::WaitReadable(socket_, timeout_ms);
+    if (w == platform::WaitStatus::kTimeout) {
+      buffer_start_ = buffer_end_ = 0;  // a frame cut off by the limit is dropped whole
+      return false;
+    }
+    if (w != platform::WaitStatus::kReadable) {
+      MarkBroken();
+      return false;
+    }
+  }
+  std::memcpy(frame, buffer_.data() + buffer_start_, kFrameSize);
+  buffer_start_ += kFrameSize;
+  if (buffer_start_ == buffer_end_) buffer_start_ = buffer_end_ = 0;
+  if (CurrentSettings().debug_socket) ConsoleWrite(ReceivedText(frame));
+  return true;
+}
+
+bool DeviceLink::Transact(uint8_t* answer, int timeout_ms, uint32_t command,
+                          uint32_t answer_code, uint32_t value1, uint32_t value2,
+                          uint32_t value3) {
+  if (!SendCommand(command, value1, value2, value3)) return false;
+  const uint64_t limit = timeout_ms > 0 ? static_cast<uint64_t>(timeout_ms) : kDefaultTransactMs;
+  const uint64_t start = NowMs();
+  while (true) {
+    if (ReceiveFrame(answer, kTransactSliceMs)) {
+      if (FrameWord(answer, 0) == answer_code) return true;
+    } else {
+      if (broken_) return false;
+      ConsoleWrite(".");
+    }
+    if (NowMs() - start >= limit) return false;
+  }
+}
+
+}  // namespace kel

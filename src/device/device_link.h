@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "device/frame.h"
+#include "platform/socket.h"
+
+namespace kel {
+
+/// The shell's one TCP connection to the board. Opened on demand by the executor before
+/// the first device command of a line and closed after the line.
+///
+/// Once the board closes the connection or the socket fails, the link is broken: every
+/// receive fails at once from then on, so no wait built on receives runs into its time
+/// limit for nothing.
+class DeviceLink {
+ public:
+  /// Opens the connection to `address` at `tcp_port`; an open connection is reused
+  /// without a check. Blocking connect, then non-blocking. False on failure.
+  bool Connect(const std::string& address, int tcp_port);
+  void Disconnect();
+  bool Connected() const { return socket_.Valid(); }
+  /// True once the board closed the connection or the socket failed.
+  bool Broken() const { return broken_; }
+
+  /// Sends a command frame with bit 31 of `command` forced on. True when all 16 bytes
+  /// were written.
+  bool SendCommand(uint32_t command, uint32_t value1, uint32_t value2, uint32_t value3);
+  /// Sends a CAN data frame: `data` (at most 16 bytes, the rest zero) as one frame.
+  bool SendCanData(const uint8_t* data, size_t length);
+
+  /// Fills `frame` with the next whole frame. Fails when no byte arrives for `timeout_ms`
+  /// (a partly received frame is then dropped whole) or when the link is broken.
+  bool ReceiveFrame(uint8_t* frame, int timeout_ms);
+
+  /// Sends a command, then waits for the frame whose first word equals `answer_code`,
+  /// left in `answer`. Other frames are dropped; a "." is printed for every second
+  /// without a frame. `timeout_ms` of 0 or less means 5000 ms.
+  bool Transact(uint8_t* answer, int timeout_ms, uint32_t command, uint32_t answer_code,
+                uint32_t value1, uint32_t value2, uint32_t value3);
+
+ private:
+  bool SendFrame(const uint8_t* frame);
+  void MarkBroken();
+
+  platform::Socket socket_;
+  bool broken_ = false;
+  // Received bytes not yet handed out; reading in large chunks keeps a fast stream from
+  // costing a system call per frame.
+  std::vector<uint8_t> buffer_;
+  size_t buffer_start_ = 0;
+  size_t buffer_end_ = 0;
+};
+
+/// The process-wide link used by the device commands.
+DeviceLink& Device();
+
+}  // namespace kel

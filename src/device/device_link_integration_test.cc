@@ -1,0 +1,146 @@
+// The device link against scripted boards: what goes on the wire, and every way a board
+// can misbehave.
+
+#include "device/device_link.h"
+
+#include <gtest/gtest.h>
+
+#include "device/command_codes.h"
+#include "platform/clock.h"
+#include "support/fake_board.h"
+
+namespace kel {
+namespace {
+
+using testing::FakeBoard;
+
+FrameBytes Answer(uint32_t command, uint32_t value2) {
+  return EncodeCommand(CommandFrame{command, 0, value2, 0});
+}
+
+TEST(DeviceLinkTest, ConnectReusesTheOpenLinkAndFailsWhereNothingListens) {
+  FakeBoard board([](platform::Socket& client) {
+    FrameBytes frame;
+    while (FakeBoard::ReadFrame(client, frame)) {
+    }
+  });
+  DeviceLink link;
+  ASSERT_TRUE(link.Connect("127.0.0.1", board.Port()));
+  ASSERT_TRUE(link.Connect("127.0.0.1", board.Port()));
+  link.Disconnect();
+  EXPECT_FALSE(link.Connected());
+  EXPECT_EQ(1, board.Accepted());
+
+  DeviceLink nowhere;
+  EXPECT_FALSE(nowhere.Connect("127.0.0.1", 1));
+  EXPECT_FALSE(nowhere.Connected());
+  EXPECT_FALSE(nowhere.SendCommand(code::kReset, 0, 0, 0));
+}
+
+TEST(DeviceLinkTest, FramesLeaveAsSixteenLittleEndianBytes) {
+  std::vector<FrameBytes> seen;
+  {
+    FakeBoard board([&seen](platform::Socket& client) {
+      FrameBytes frame;
+      while (FakeBoard::ReadFrame(client, frame)) seen.push_back(frame);
+    });
+    DeviceLink link;
+    ASSERT_TRUE(link.Connect("127.0.0.1", board.Port()));
+    EXPECT_TRUE(link.SendCommand(0x100, 0x05000000, 2, 3));
+    uint8_t twenty[20];
+    for (uint8_t i = 0; i < 20; ++i) twenty[i] = static_cast<uint8_t>(i + 1);
+    EXPECT_TRUE(link.SendCanData(twenty, sizeof twenty));
+    EXPECT_TRUE(link.SendCanData(twenty, 3));
+    EXPECT_TRUE(link.SendCanData(nullptr, 0));
+    while (board.Accepted() == 0) platform::SleepMs(5);
+    link.Disconnect();  // the script reads to the end of the stream, then the board stops
+  }
+  ASSERT_EQ(4U, seen.size());
+  EXPECT_EQ(EncodeCommand(CommandFrame{0x80000100, 0x05000000, 2, 3}), seen[0]) << "bit 31 forced";
+  FrameBytes cut{};
+  for (uint8_t i = 0; i < 16; ++i) cut[i] = static_cast<uint8_t>(i + 1);
+  EXPECT_EQ(cut, seen[1]);
+  const FrameBytes short_frame = {1, 2, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+  EXPECT_EQ(short_frame, seen[2]);
+  EXPECT_EQ(FrameBytes{}, seen[3]);
+}
+
+TEST(DeviceLinkTest, FramesSplitIntoSingleBytesAreAssembled) {
+  const FrameBytes sent = Answer(code::kBaudrate, 4);
+  FakeBoard board([&sent](platform::Socket& client) {
+    for (uint8_t byte : sent) {
+      FakeBoard::Write(client, &byte, 1);
+      platform::SleepMs(2);
+    }
+    FrameBytes ignored;
+    FakeBoard::ReadFrame(client, ignored, 5000);
+  });
+  DeviceLink link;
+  ASSERT_TRUE(link.Connect("127.0.0.1", board.Port()));
+  FrameBytes got{};
+  ASSERT_TRUE(link.ReceiveFrame(got.data(), 5000));
+  EXPECT_EQ(sent, got);
+  link.Disconnect();
+}
+
+TEST(DeviceLinkTest, AFrameCutOffByTheLimitIsDroppedWhole) {
+  const FrameBytes whole = Answer(code::kOutputs, 1);
+  FakeBoard board([&whole](platform::Socket& client) {
+    FakeBoard::Write(client, whole.data(), 8);
+    FrameBytes go;
+    FakeBoard::ReadFrame(client, go);  // the shell says when its first receive has failed
+    FakeBoard::Write(client, whole);
+    FakeBoard::ReadFrame(client, go, 5000);
+  });
+  DeviceLink link;
+  ASSERT_TRUE(link.Connect("127.0.0.1", board.Port()));
+  FrameBytes got{};
+  EXPECT_FALSE(link.ReceiveFrame(got.data(), 200));
+  EXPECT_EQ(FrameBytes{}, got);
+  ASSERT_TRUE(link.SendCommand(code::kReset, 0, 0, 0));
+  ASSERT_TRUE(link.ReceiveFrame(got.data(), 5000));
+  EXPECT_EQ(whole, got) << "the next frame starts clean";
+  link.Disconnect();
+}
+
+TEST(DeviceLinkTest, ABoardThatClosesMidFrameFailsEveryWaitAtOnce) {
+  FakeBoard board([](platform::Socket& client) {
+    FrameBytes request;
+    FakeBoard::ReadFrame(client, request);
+    const FrameBytes answer = Answer(code::kInternal, 0);
+    FakeBoard::Write(client, answer.data(), 8);
+    client.Close();
+  });
+  DeviceLink link;
+  ASSERT_TRUE(link.Connect("127.0.0.1", board.Port()));
+  FrameBytes answer{};
+  const uint64_t start = platform::MonotonicMs();
+  EXPECT_FALSE(link.Transact(answer.data(), 0, code::kInternal, code::kInternal, 0, 0, 0));
+  EXPECT_TRUE(link.Broken());
+  EXPECT_FALSE(link.ReceiveFrame(answer.data(), 5000));
+  EXPECT_LT(platform::MonotonicMs() - start, 4000U) << "no wait runs to its limit";
+  link.Disconnect();
+}
+
+TEST(DeviceLinkTest, TransactDropsUnrelatedFramesAndComparesAllBits) {
+  FakeBoard board([](platform::Socket& client) {
+    FrameBytes request;
+    FakeBoard::ReadFrame(client, request);
+    FrameBytes data{};
+    SetFrameWord(data.data(), 0, code::kBaudrate & 0x7FFFFFFF);  // a CAN frame, not the answer
+    FakeBoard::Write(client, data);
+    FakeBoard::Write(client, Answer(code::kGetBaud, 9));  // the request's own code
+    FakeBoard::Write(client, Answer(code::kEscDown, 9));
+    FakeBoard::Write(client, Answer(code::kBaudrate, 2));
+    FakeBoard::ReadFrame(client, request, 5000);
+  });
+  DeviceLink link;
+  ASSERT_TRUE(link.Connect("127.0.0.1", board.Port()));
+  FrameBytes answer{};
+  ASSERT_TRUE(link.Transact(answer.data(), 0, code::kGetBaud, code::kBaudrate, 0, 0, 0));
+  EXPECT_EQ(Answer(code::kBaudrate, 2), answer);
+  link.Disconnect();
+}
+
+}  // namespace
+}  // namespace kel
