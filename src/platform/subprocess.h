@@ -35,26 +35,34 @@ class ChildProcess {
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
-  /// Starts `argv[0]` with the arguments `argv`. False when it could not be started.
+  /// Starts `argv[0]` with the arguments `argv` (on Windows joined into one command line,
+  /// each argument quoted as the C runtime splits it back). False when it could not start.
   bool Start(const std::vector<std::string>& argv, const Options& options);
 
   /// Waits for the end, feeding input and collecting output meanwhile. A negative
   /// `timeout_ms` waits without limit; at the limit the child is killed.
   ChildExit Wait(int timeout_ms = -1);
 
-  /// Sends the child a termination request (SIGTERM on Linux).
+  /// Ends the child: SIGTERM on Linux, termination with 0xC000013A on Windows.
   void Terminate();
 
-  bool Started() const { return pid_ > 0; }
+  bool Started() const { return started_; }
   const std::string& CapturedOutput() const { return captured_; }
 
  private:
+#ifdef _WIN32
+  intptr_t process_ = 0;      // the process HANDLE
+  intptr_t stdin_pipe_ = 0;   // our end of the child's standard input, or 0
+  intptr_t stdout_pipe_ = 0;  // our end of the child's standard output, or 0
+#else
   int pid_ = -1;
   int stdin_fd_ = -1;
   int stdout_fd_ = -1;
   size_t stdin_written_ = 0;
+#endif
   std::string stdin_text_;
   std::string captured_;
+  bool started_ = false;
   bool reaped_ = false;
   ChildExit exit_;
 };
@@ -62,9 +70,9 @@ class ChildProcess {
 /// The path of this process's own executable.
 std::string SelfExecutablePath();
 
-/// The command result a child's end carries: its exit status read as a signed 8-bit
-/// result; an end by SIGINT or SIGTERM is 0xC000013A (user termination); any other end
-/// is -1.
+/// The command result a child's end carries. On Linux its exit status is read as a
+/// signed 8-bit result, an end by SIGINT or SIGTERM is 0xC000013A (user termination) and
+/// any other end is -1; on Windows the exit code is the whole 32-bit result.
 int32_t ResultOfChild(const ChildExit& end);
 
 }  // namespace kel::platform

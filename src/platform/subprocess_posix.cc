@@ -31,13 +31,13 @@ uint64_t NowMsMonotonic() {
 }  // namespace
 
 ChildProcess::~ChildProcess() {
-  if (pid_ > 0 && !reaped_) Wait();
+  if (started_ && !reaped_) Wait();
   CloseFd(stdin_fd_);
   CloseFd(stdout_fd_);
 }
 
 bool ChildProcess::Start(const std::vector<std::string>& argv, const Options& options) {
-  if (argv.empty() || pid_ > 0) return false;
+  if (argv.empty() || started_) return false;
   int in_pipe[2] = {-1, -1};
   int out_pipe[2] = {-1, -1};
   if (options.stdin_text && pipe2(in_pipe, O_CLOEXEC) != 0) return false;
@@ -79,6 +79,7 @@ bool ChildProcess::Start(const std::vector<std::string>& argv, const Options& op
     return false;
   }
   pid_ = pid;
+  started_ = true;
   reaped_ = false;
   stdin_fd_ = in_pipe[1];
   stdout_fd_ = out_pipe[0];
@@ -90,7 +91,7 @@ bool ChildProcess::Start(const std::vector<std::string>& argv, const Options& op
 }
 
 ChildExit ChildProcess::Wait(int timeout_ms) {
-  if (pid_ <= 0 || reaped_) return exit_;
+  if (!started_ || reaped_) return exit_;
   const uint64_t start = NowMsMonotonic();
   // Feed and drain the pipes until both are closed, then reap.
   while (stdin_fd_ >= 0 || stdout_fd_ >= 0) {
@@ -157,7 +158,7 @@ ChildExit ChildProcess::Wait(int timeout_ms) {
 }
 
 void ChildProcess::Terminate() {
-  if (pid_ > 0 && !reaped_) kill(pid_, SIGTERM);
+  if (started_ && !reaped_) kill(pid_, SIGTERM);
 }
 
 std::string SelfExecutablePath() {

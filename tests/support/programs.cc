@@ -4,6 +4,19 @@
 
 namespace kel::testing {
 
+std::string BuildPath(const char* path) {
+  std::string text(path);
+#ifdef _WIN32
+  if (!text.empty() && text.front() == '/') {
+    for (char& c : text) {
+      if (c == '/') c = '\\';
+    }
+    text.insert(0, "Z:");
+  }
+#endif
+  return text;
+}
+
 ProgramRun RunProgram(const std::string& program, const std::vector<std::string>& args,
                       const std::string& input, const std::string& working_dir, int timeout_ms) {
   std::vector<std::string> argv{program};

@@ -23,9 +23,13 @@ ProgramRun RunProgram(const std::string& program, const std::vector<std::string>
 ProgramRun RunKelcmd(const std::vector<std::string>& args, const std::string& input,
                      const std::string& working_dir);
 
-inline const char* KelcmdPath() { return KELCMD_PATH; }
+/// A path of the build tree as the programs under test see it: the Windows build runs
+/// under Wine, where the build tree lies on drive Z:.
+std::string BuildPath(const char* path);
+
+inline std::string KelcmdPath() { return BuildPath(KELCMD_PATH); }
 #ifdef KELSIM_PATH
-inline const char* KelsimPath() { return KELSIM_PATH; }
+inline std::string KelsimPath() { return BuildPath(KELSIM_PATH); }
 #endif
 
 }  // namespace kel::testing

@@ -1,0 +1,52 @@
+#include <conio.h>
+#include <io.h>
+#include <windows.h>
+
+#include <cstdio>
+#include <iostream>
+#include <utility>
+
+#include "platform/console.h"
+
+namespace kel::platform {
+
+bool StdinIsTerminal() { return _isatty(_fileno(stdin)) != 0; }
+
+bool KeyPressed() { return StdinIsTerminal() && _kbhit() != 0; }
+
+void DiscardKeys() {
+  if (!StdinIsTerminal()) return;
+  while (_kbhit() != 0) _getch();
+}
+
+void ClearScreen() {
+  const HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
+  CONSOLE_SCREEN_BUFFER_INFO info;
+  if (!GetConsoleScreenBufferInfo(out, &info)) return;
+  const DWORD cells = static_cast<DWORD>(info.dwSize.X) * static_cast<DWORD>(info.dwSize.Y);
+  DWORD written = 0;
+  const COORD home{0, 0};
+  FillConsoleOutputCharacterA(out, ' ', cells, home, &written);
+  FillConsoleOutputAttribute(out, info.wAttributes, cells, home, &written);
+  SetConsoleCursorPosition(out, home);
+}
+
+// At a Windows console the console's own line input serves: it edits the line and keeps
+// its own history, so the completion words have no use here.
+LineInput::LineInput(std::vector<std::string> completions) : completions_(std::move(completions)) {}
+
+LineInput::~LineInput() = default;
+
+std::optional<std::string> LineInput::ReadLine(const char* prompt, size_t max_length) {
+  std::fputs(prompt, stdout);
+  std::fflush(stdout);
+  std::string line;
+  if (!std::getline(std::cin, line)) {
+    if (line.empty()) return std::nullopt;
+  }
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  if (line.size() > max_length) line.resize(max_length);
+  return line;
+}
+
+}  // namespace kel::platform
