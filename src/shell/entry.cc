@@ -6,6 +6,7 @@
 #include "config/settings.h"
 #include "platform/console.h"
 #include "platform/process.h"
+#include "platform/socket.h"
 #include "shell/command.h"
 #include "shell/executor.h"
 #include "shell/output.h"
@@ -161,6 +162,7 @@ std::string BannerText() {
 }
 
 int KelcmdMain(int argc, char** argv) {
+  const platform::SocketLibrary sockets;  // started first, cleaned up last
   std::string joined;
   LoadSettings("");
   if (argc > 0 && argv[0] != nullptr) {
