@@ -2,6 +2,7 @@
 
 #include "board/control_commands.h"
 #include "board/io_commands.h"
+#include "can/can_commands.h"
 #include "config/config_commands.h"
 #include "shell/builtin_commands.h"
 #include "shell/command.h"
@@ -188,7 +189,7 @@ std::vector<CommandEntry> BuildTable() {
       {{"buzz", "buzzer"}, unbuilt, true, "", kOkError, "Buzzer play control", {}, {}},
       {{"play"}, unbuilt, true, "", kOkError, "Play notes", {}, {}},
       {{"filt", "filter"},
-       unbuilt,
+       HandleFilter,
        true,
        "",
        "",
@@ -210,7 +211,7 @@ std::vector<CommandEntry> BuildTable() {
        {"can                - reset the CAN side", "all                - clear all events"},
        {}},
       {{"send"},
-       unbuilt,
+       HandleSend,
        true,
        "",
        kOkError,
@@ -227,7 +228,7 @@ std::vector<CommandEntry> BuildTable() {
         "'send 1-10:12'     - identifiers 1 to 10, data 12",
         "'send 1:time*10@1s'- ten time messages at 1 s interval"}},
       {{"recv", "receive"},
-       unbuilt,
+       HandleReceive,
        true,
        "",
        kOkError,

@@ -1,0 +1,24 @@
+#include "can/traffic.h"
+
+#include "shell/console.h"
+#include "shell/parse.h"
+
+namespace kel {
+namespace {
+
+constexpr uint64_t kProgressPeriodMs = 1000;
+
+}  // namespace
+
+ProgressLine::ProgressLine(const char* format, uint32_t total, const uint32_t& done)
+    : format_(format), total_(total), done_(done), last_ms_(NowMs()) {}
+
+void ProgressLine::Update() {
+  // The clock is read only once a line has been printed: until then every repetition prints.
+  if (last_count_ != 0 && NowMs() - last_ms_ < kProgressPeriodMs) return;
+  ConsolePrintf(format_, done_, total_, done_ - last_count_);
+  last_count_ = done_;
+  last_ms_ = NowMs();
+}
+
+}  // namespace kel
