@@ -20,6 +20,16 @@ void DiscardKeys();
 /// Clears the console screen.
 void ClearScreen();
 
+/// While alive, Ctrl-C does not end this process; it still reaches the child processes
+/// that share the terminal, which end as the user asked.
+class InterruptShield {
+ public:
+  InterruptShield();
+  ~InterruptShield();
+  InterruptShield(const InterruptShield&) = delete;
+  InterruptShield& operator=(const InterruptShield&) = delete;
+};
+
 /// Reads lines at the prompt: with line editing and a history file at a terminal,
 /// plainly otherwise. One instance serves the console loop.
 class LineInput {

@@ -1,5 +1,6 @@
 #include <editline/readline.h>
 #include <poll.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <strings.h>
@@ -57,7 +58,24 @@ char* CompleteWord(const char* text, int state) {
   return nullptr;
 }
 
+// A handler rather than SIG_IGN: an ignored signal would stay ignored in the children.
+void OnInterrupt(int) {}
+
 }  // namespace
+
+InterruptShield::InterruptShield() {
+  struct sigaction action {};
+  action.sa_handler = OnInterrupt;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, nullptr);
+}
+
+InterruptShield::~InterruptShield() {
+  struct sigaction action {};
+  action.sa_handler = SIG_DFL;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, nullptr);
+}
 
 bool StdinIsTerminal() { return isatty(STDIN_FILENO) == 1; }
 

@@ -10,6 +10,18 @@
 
 namespace kel::platform {
 
+namespace {
+
+// A handler routine rather than ignoring Ctrl-C outright: the ignore flag would be
+// inherited by the children, the routine is not.
+BOOL WINAPI OnControl(DWORD type) { return type == CTRL_C_EVENT ? TRUE : FALSE; }
+
+}  // namespace
+
+InterruptShield::InterruptShield() { SetConsoleCtrlHandler(OnControl, TRUE); }
+
+InterruptShield::~InterruptShield() { SetConsoleCtrlHandler(OnControl, FALSE); }
+
 bool StdinIsTerminal() { return _isatty(_fileno(stdin)) != 0; }
 
 bool KeyPressed() { return StdinIsTerminal() && _kbhit() != 0; }

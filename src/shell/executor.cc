@@ -16,10 +16,17 @@ std::string& PendingBuffer() {
   return pending;
 }
 
+std::string& MutableCalledName() {
+  static std::string name;
+  return name;
+}
+
 // Command words are cut at 63 characters, as the word buffer holds 64 bytes.
 constexpr size_t kCommandWordSize = 64;
 
 }  // namespace
+
+std::string_view CalledName() { return MutableCalledName(); }
 
 ResultCode RunCommandLine(const DeviceTarget& target, std::string_view text, Output& out) {
   // The line ends at its first NUL, as a C string would.
@@ -64,13 +71,17 @@ ResultCode DispatchCommand(const DeviceTarget& target, std::string_view name,
   if (entry->needs_device && !Device().Connect(target.address, target.port)) {
     return FormatResult(entry, kErrConnect, out);
   }
+  MutableCalledName() = std::string(name);
+  ResultCode result = kOk;
   try {
-    return entry->handler(*entry, rest, out);
+    result = entry->handler(*entry, rest, out);
   } catch (const std::bad_alloc&) {
-    return FormatResult(entry, kErrMemory, out);
+    result = FormatResult(entry, kErrMemory, out);
   } catch (const std::exception&) {
-    return FormatResult(entry, kErrNok, out);
+    result = FormatResult(entry, kErrNok, out);
   }
+  MutableCalledName().clear();
+  return result;
 }
 
 }  // namespace kel

@@ -29,4 +29,8 @@ ResultCode ExecuteCommand(const DeviceTarget& target, std::string_view& pending,
 ResultCode DispatchCommand(const DeviceTarget& target, std::string_view name,
                            std::string_view& rest, Output& out);
 
+/// The name by which the running command was called, as the user typed it ("runtest"
+/// where the row's first name is "rtest"). Empty outside a command.
+std::string_view CalledName();
+
 }  // namespace kel
