@@ -1,0 +1,76 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/clock.h"
+
+namespace kel {
+
+// The texts of the BUSMASTER version 3 log format. Every line ends in CR LF; the file is
+// written byte for byte, without any line-end translation.
+
+/// The date-time text of the header and the footer: day, month and year separated by
+/// colons, then the time with milliseconds. 7 March 2024 14:05:09.042 ->
+/// "07:03:2024 14:05:09:042".
+std::string DateTimeText(const platform::LocalTime& time);
+
+/// The twelve header lines written when a file is opened; "***START DATE AND TIME %s***"
+/// carries `date_time`. The baud-rate and database sections are always empty.
+std::string HeaderText(std::string_view date_time);
+
+/// The two footer lines written when a file is closed:
+/// "***END DATE AND TIME <date_time>***" and "***[STOP LOGGING SESSION]***".
+std::string FooterText(std::string_view date_time);
+
+/// "***NOTE: <text>***" with CR LF; a null text is shown as "<null>".
+std::string NoteText(const char* text);
+
+/// Room for a row time text: "hh:mm:ss:mmm", up to 20 suffix digits and the zero.
+inline constexpr size_t kRowTimeSize = 40;
+
+/// The time stamps of data rows, process-wide in the log writer. A row's time is the wall
+/// clock (seconds and milliseconds) in local time, "14:05:09:042", followed directly by a
+/// suffix that keeps rows of the same millisecond in ascending text order: the first row
+/// of a millisecond gets "0", the next ones 1 ... 9, 91 ... 99, 991 ... 999, 9991 ...
+/// (read as decimal fractions, always growing). The 64-bit counter behind the suffix ends
+/// at nineteen nines, the 172nd row of a millisecond; rows after it in the same
+/// millisecond repeat that suffix. The local-time conversion is cached for the current
+/// second. Not thread-safe: the logging service calls it under its lock.
+class RowClock {
+ public:
+  /// Writes the time text of a row stamped `now` into `out` (kRowTimeSize bytes, zero
+  /// terminated) and returns its length.
+  size_t Stamp(const platform::WallTime& now, char* out);
+
+ private:
+  int64_t last_seconds_ = -1;
+  int last_milliseconds_ = -1;
+  uint64_t suffix_ = 0;
+  int64_t cached_second_ = -1;
+  char cached_prefix_[9] = {};  // "hh:mm:ss:" of cached_second_, not zero terminated
+};
+
+/// One data row.
+struct CanRow {
+  bool transmitted = false;  ///< "Tx", else "Rx"
+  int channel = 0;           ///< 1-based
+  uint32_t id = 0;
+  bool extended = false;  ///< 'x' for a 29-bit identifier, else 's'
+  int dlc = 0;            ///< as received; min(dlc, 8) data bytes are shown
+  std::array<uint8_t, 8> data{};
+};
+
+/// The longest data row: time, fixed fields, every number at its widest, 8 data bytes.
+inline constexpr size_t kMaxRowSize = 128;
+
+/// Writes the row "<time> Rx <channel> 0x<id> <s|x> <dlc> <data>" with CR LF into `out`
+/// (kMaxRowSize bytes, not zero terminated) and returns its length. The identifier is
+/// lower-case hex with at least three digits, each data byte upper-case hex followed by a
+/// blank: "14:05:09:0420 Rx 1 0x123 s 3 01 02 FF \r\n".
+size_t FormatRow(std::string_view time, const CanRow& row, char* out);
+
+}  // namespace kel

@@ -1,0 +1,119 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "logging/busmaster_format.h"
+#include "platform/files.h"
+
+namespace kel {
+
+/// Names are cut to the 1023 characters of the buffer they were always built in.
+inline constexpr size_t kLogNameSize = 1024;
+/// Indexes are written with five digits, modulo this.
+inline constexpr int64_t kLogIndexModulo = 100000;
+
+/// The name of a log file, from a directory `path` (may be empty), a `base` name, a
+/// replacement `extension` (empty: none) and a rotation `index` (negative: none):
+///   1. a non-empty path loses its trailing "\" and "/" and gets one separator;
+///   2. of the base name only the text after its last "\" (or, without one, after its
+///      last "/") is appended;
+///   3. with an index, "_%05u" (index modulo 100000) goes in at the first "." of the
+///      whole text, path included, or at its end: "logs" + "kelcmd.log" + 7 ->
+///      "logs/kelcmd_00007.log", but "my.logs" + "k.log" + 7 -> "my_00007.logs/k.log";
+///   4. with an extension, the text from the first "." on becomes "." and the extension.
+std::string LogFileName(std::string_view path, std::string_view base, std::string_view extension,
+                        int64_t index);
+
+/// The wildcard pattern of a family of log files: the name for index 0 with everything
+/// from its first "_" replaced by "_*" and the extension ("logs/kelcmd_*.log").
+std::string LogSearchPattern(std::string_view path, std::string_view base);
+
+/// The index in a log file's name: the decimal number after its first "_", or -1 when the
+/// name has none ("kelcmd_00042.log" -> 42).
+int64_t LogIndexOfName(std::string_view name);
+
+/// Creates the directory `path` and the missing directories above it. True when the path
+/// is empty or exists; a path without any separator ("logs") is deliberately not created
+/// here. False only when creating the last level fails.
+bool MakeDirectoryPath(const std::string& path);
+
+/// What a scan of a family of log files found.
+struct LogScan {
+  int64_t lowest = -1;      ///< lowest index
+  int64_t highest = -1;     ///< highest index
+  int64_t count = 0;        ///< files found
+  int64_t oldest = -1;      ///< index of the file written least recently
+  int64_t newest = -1;      ///< index of the file written most recently
+  std::string oldest_name;  ///< path and name of the oldest file
+};
+
+/// Looks for the files of the family of `base` in `path`. The oldest and the newest file
+/// go by last-write time; of files written at the same time the first found (in name
+/// order) counts. False when there is none.
+bool ScanLogFiles(std::string_view path, std::string_view base, LogScan& scan);
+
+/// The index of the file that follows a pruning which left `remaining` files of a family
+/// last scanned as `scan`: 0 when none remains, else the one after the newest file (so the
+/// sequence continues across the wrap from 99999 to 00000), else after the highest, else
+/// after the count.
+int64_t NextLogIndex(const LogScan& scan, int64_t remaining);
+
+/// An open BUSMASTER log, or none. A log with no file is legal everywhere: every writer
+/// then writes nothing and returns 0. Rows are collected in memory and reach the file in
+/// whole rows only (when the buffer fills, on Flush and on Close), so a file cut off by a
+/// crash still ends with a whole row.
+class LogFile {
+ public:
+  LogFile() = default;
+  /// Closes the file with its footer.
+  ~LogFile() { Close(); }
+  LogFile(LogFile&& other) noexcept = default;
+  LogFile& operator=(LogFile&& other) noexcept;
+  LogFile(const LogFile&) = delete;
+  LogFile& operator=(const LogFile&) = delete;
+
+  /// Creates (or truncates) the file `name` and writes the header. On failure the log
+  /// stays without a file.
+  static LogFile Create(const std::string& name);
+
+  bool IsOpen() const { return file_.Valid(); }
+
+  /// Writes one data row, stamped now by the process-wide row clock. Returns its length.
+  size_t WriteRow(const CanRow& row);
+  /// Writes a note line (a null text is "<null>"). Returns its length.
+  size_t WriteNote(const char* text);
+  /// Bytes written so far, those still in memory included; 0 without a file.
+  int64_t Size() const { return IsOpen() ? size_ : 0; }
+  /// Hands the rows held in memory to the file.
+  void Flush();
+  /// Writes the footer and closes the file; nothing without a file.
+  void Close();
+
+  /// Rows are handed to the file once this many bytes wait in memory.
+  static constexpr size_t kFlushSize = 64 * 1024;
+
+ private:
+  void Append(const char* text, size_t length);
+
+  platform::OutputFile file_;
+  std::unique_ptr<char[]> buffer_;  // kFlushSize + kMaxRowSize bytes
+  size_t used_ = 0;
+  int64_t size_ = 0;
+};
+
+/// The process-wide clock of row time stamps (see RowClock); used under the logging lock.
+RowClock& LogRowClock();
+
+/// Opens the log file `index` of the family of `base` in `path`, creating the directory
+/// first; without a file when that fails.
+LogFile OpenLogFile(std::string_view path, std::string_view base, int64_t index);
+
+/// Closes `file` (footer), deletes the oldest files of the family until fewer than
+/// `max_count` remain, then opens the next file into `file`.
+void RotateLogFile(LogFile& file, std::string_view path, std::string_view base, int64_t max_count);
+
+}  // namespace kel
