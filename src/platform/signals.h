@@ -6,8 +6,9 @@ namespace kel::platform {
 
 /// Turns the requests to end the program (SIGINT and SIGTERM on Linux; Ctrl+C and the
 /// console's close on Windows) into an event that one thread waits for, instead of ending
-/// the process at once. Construct it at the start of main, before any thread starts, so
-/// that every later thread leaves the requests to it.
+/// the process at once, even when the program was started with them ignored. Construct it
+/// at the start of main, before any thread starts, so that every later thread leaves the
+/// requests to it.
 class TerminationSignals {
  public:
   TerminationSignals();

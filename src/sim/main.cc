@@ -1,0 +1,42 @@
+// kelsim: the virtual KEL board as a program. It serves until SIGINT or SIGTERM.
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "platform/signals.h"
+#include "platform/socket.h"
+#include "sim/options.h"
+#include "sim/simulator.h"
+
+int main(int argc, char** argv) {
+  // First, so that the board's thread leaves the termination signals to this one.
+  kel::platform::TerminationSignals signals;
+  kel::platform::SocketLibrary sockets;
+
+  std::string error;
+  const std::vector<std::string> args(argv + 1, argv + argc);
+  const std::optional<kel::sim::ProgramOptions> options = kel::sim::ParseOptions(args, &error);
+  if (!options) {
+    std::fprintf(stderr, "kelsim: %s (kelsim --help lists the options)\n", error.c_str());
+    return 2;
+  }
+  if (options->help) {
+    std::fputs(kel::sim::UsageText().c_str(), stdout);
+    return 0;
+  }
+
+  kel::sim::Simulator board(options->config);
+  if (!board.Start()) {
+    std::fprintf(stderr, "kelsim: %s\n", board.Error().c_str());
+    return 1;
+  }
+  std::printf("kelsim: board on %s ports %u-%u\n", options->config.bind_address.c_str(),
+              board.Port(0), board.Port(kel::sim::kChannelCount - 1));
+  std::fflush(stdout);
+
+  const char* signal = signals.Wait();
+  board.Stop();
+  std::printf("kelsim: %s, board stopped\n", signal);
+  return 0;
+}
