@@ -52,19 +52,25 @@ TEST(ParseHexBytesTest, PairsDigitsAndSkipsEverythingElse) {
 
 // The fields of a SendSpec as one comparable line.
 std::string Fields(const SendSpec& s) {
-  std::string text = std::to_string(s.first_id) + "-" + std::to_string(s.last_id);
+  std::string text = std::to_string(s.first_id);
+  const auto add = [&text](const char* label, uint32_t value) {
+    text += label;
+    text += std::to_string(value);
+  };
+  add("-", s.last_id);
   if (s.ext) text += " ext";
   if (s.extio) text += " extio";
   if (s.rtr) text += " rtr";
   if (s.time) text += " time";
   if (s.count) text += " count";
-  text += " len " + std::to_string(s.data_length);
+  text += " len ";
+  text += std::to_string(s.data_length);
   if (s.data_length > 0) {
     text += " data";
-    for (int i = 0; i < s.data_length; ++i) text += " " + std::to_string(s.data[i]);
+    for (int i = 0; i < s.data_length; ++i) add(" ", s.data[i]);
   }
-  if (s.repeat != 0) text += " *" + std::to_string(s.repeat);
-  if (s.interval_ms != 0) text += " @" + std::to_string(s.interval_ms);
+  if (s.repeat != 0) add(" *", s.repeat);
+  if (s.interval_ms != 0) add(" @", s.interval_ms);
   return text;
 }
 
