@@ -180,6 +180,9 @@ void LogFile::Close() {
   const std::string footer = FooterText(CurrentDateTimeText());
   Append(footer.data(), footer.size());
   Flush();
+  // Rotation finds the newest file by its last-write time: files closed within the file
+  // system's clock tick must still differ.
+  file_.StampWriteTime();
   file_.Close();
   buffer_.reset();
   used_ = 0;

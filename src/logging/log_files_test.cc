@@ -308,5 +308,18 @@ TEST(RotateLogFileTest, PrunesSurplusFilesAndStartsAtZeroInAnEmptyDirectory) {
   EXPECT_EQ((std::vector<std::string>{Index(0)}), Names(single)) << "nothing left: index 0";
 }
 
+TEST(RotateLogFileTest, RotationsFasterThanTheFileSystemClockKeepTheirOrder) {
+  TempDir dir;
+  LogFile log;
+  for (int i = 0; i < 30; ++i) {
+    RotateLogFile(log, dir.Path().string(), "kelcmd.log", 10);
+    log.WriteNote("x");
+  }
+  log.Close();
+  std::vector<std::string> expected;
+  for (int i = 20; i < 30; ++i) expected.push_back(Index(i));
+  EXPECT_EQ(expected, Names(dir));
+}
+
 }  // namespace
 }  // namespace kel

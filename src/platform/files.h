@@ -53,6 +53,10 @@ class OutputFile {
   bool Valid() const { return handle_ != kNone; }
   /// Writes all `size` bytes. False when the system refused some of them.
   bool Write(const void* data, size_t size);
+  /// Sets the file's last-write time to now at the full resolution of the wall clock.
+  /// File systems stamp writes with a coarse clock (a few milliseconds), so files written
+  /// one after the other in quick succession would otherwise share their last-write time.
+  bool StampWriteTime();
   void Close();
 
  private:

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fnmatch.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -79,6 +80,14 @@ bool OutputFile::Write(const void* data, size_t size) {
     size -= static_cast<size_t>(n);
   }
   return true;
+}
+
+bool OutputFile::StampWriteTime() {
+  if (handle_ == kNone) return false;
+  timespec times[2] = {};
+  times[0].tv_nsec = UTIME_OMIT;  // access time unchanged
+  clock_gettime(CLOCK_REALTIME, &times[1]);
+  return futimens(static_cast<int>(handle_), times) == 0;
 }
 
 void OutputFile::Close() {

@@ -1,0 +1,236 @@
+#include "logging/logging_service.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <system_error>
+#include <thread>
+
+#include "config/settings.h"
+#include "device/frame.h"
+#include "shell/parse.h"
+
+namespace kel {
+namespace {
+
+constexpr char kDetachedNoteFormat[] = "READER %d STILL RUNNING AT STOP, LEFT BEHIND";
+
+// A reader waits this long for data before it looks at its stop flag again; Stop wakes it
+// at once by shutting the socket down, so this only bounds a wake-up that got lost.
+constexpr int kReadWaitMs = 250;
+// Bytes taken off a connection per receive: a fast stream costs few system calls.
+constexpr size_t kReadSize = 64 * 1024;
+constexpr size_t kNoteSize = 8192;  // the note text, zero included
+
+}  // namespace
+
+struct LoggingService::Reader {
+  int index = 0;  // the slot, 0-based; its rows show channel index + 1
+  platform::SocketAddress peer;
+  platform::Socket socket;
+  std::atomic<bool> stop{false};
+  std::thread thread;
+
+  std::mutex mutex;
+  std::condition_variable ended_signal;
+  bool ended = false;  // guarded by mutex
+};
+
+LoggingConfig LoggingConfigFromSettings() {
+  const Settings& s = CurrentSettings();
+  LoggingConfig config;
+  config.address = s.device_address;
+  config.base_port = s.proxy_port;
+  config.path = s.log_file_path;
+  config.name = s.log_file_name;
+  config.size_limit = s.log_slice_size;
+  config.max_count = s.log_slice_count;
+  return config;
+}
+
+LoggingService::~LoggingService() { Stop(); }
+
+void LoggingService::Start(const LoggingConfig& config) {
+  active_ = false;
+  Stop();
+  {
+    const std::lock_guard<std::mutex> hold(lock_);
+    path_ = config.path;
+    name_ = config.name;
+    size_limit_ = config.size_limit;
+    max_count_ = config.max_count;
+    files_opened_ = 0;
+    bytes_written_ = 0;
+    rows_written_ = 0;
+  }
+  lock_ready_ = true;
+  running_ = true;
+  {
+    const std::lock_guard<std::mutex> hold(lock_);
+    RotateLocked();
+  }
+
+  const uint32_t ip = InetAddr(config.address);
+  for (int i = 0; i < kMaxConnections; ++i) {
+    const int port = config.base_port + i;
+    if (port <= 0 || port > 0xFFFF) break;
+    auto reader = std::make_shared<Reader>();
+    reader->index = i;
+    reader->peer = platform::SocketAddress{ip, static_cast<uint16_t>(port)};
+    reader->socket = platform::NewTcpSocket();
+    if (!reader->socket.Valid() || !platform::ConnectBlocking(reader->socket, reader->peer) ||
+        !platform::SetNonBlocking(reader->socket, true)) {
+      break;
+    }
+    try {
+      reader->thread = std::thread([this, reader] {
+        ReadLoop(*reader);
+        const std::lock_guard<std::mutex> hold(reader->mutex);
+        reader->ended = true;
+        reader->ended_signal.notify_all();
+      });
+    } catch (const std::system_error&) {
+      break;
+    }
+    readers_.push_back(std::move(reader));
+  }
+  active_ = true;
+}
+
+void LoggingService::Stop() {
+  active_ = false;
+  running_ = false;
+  for (const std::shared_ptr<Reader>& reader : readers_) {
+    reader->stop = true;
+    reader->socket.Shutdown();
+  }
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kStopWaitMs);
+  for (const std::shared_ptr<Reader>& reader : readers_) {
+    std::unique_lock<std::mutex> hold(reader->mutex);
+    const bool ended =
+        reader->ended_signal.wait_until(hold, deadline, [&reader] { return reader->ended; });
+    hold.unlock();
+    if (ended) {
+      reader->thread.join();
+    } else {
+      // The thread keeps its own reference to the reader (and its socket) and ends on its
+      // own once it gets past whatever holds it.
+      reader->thread.detach();
+      Note(kDetachedNoteFormat, reader->index + 1);
+    }
+  }
+  readers_.clear();
+  {
+    const std::lock_guard<std::mutex> hold(lock_);
+    file_.Close();
+  }
+  lock_ready_ = false;
+}
+
+void LoggingService::SetLimits(uint64_t size_limit, int64_t max_count) {
+  const std::lock_guard<std::mutex> hold(lock_);
+  size_limit_ = size_limit;
+  max_count_ = max_count;
+}
+
+size_t LoggingService::Note(const char* format, ...) {
+  if (!lock_ready_) return 0;
+  char text[kNoteSize];
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(text, sizeof text, format, args);
+  va_end(args);
+  const std::lock_guard<std::mutex> hold(lock_);
+  const size_t written = file_.WriteNote(text);
+  file_.Flush();
+  return written;
+}
+
+LoggingStatus LoggingService::Status() const {
+  LoggingStatus status;
+  status.active = active_;
+  status.running = running_;
+  {
+    const std::lock_guard<std::mutex> hold(lock_);
+    status.files_opened = files_opened_;
+    status.bytes_written = bytes_written_;
+    status.rows_written = rows_written_;
+  }
+  for (const std::shared_ptr<Reader>& reader : readers_) status.peers.push_back(reader->peer);
+  return status;
+}
+
+void LoggingService::ReadLoop(Reader& reader) {
+  const auto buffer = std::make_unique<uint8_t[]>(kReadSize);
+  size_t held = 0;  // bytes of a record not yet whole
+  bool unflushed = false;
+  while (!reader.stop) {
+    const platform::IoResult got =
+        platform::Receive(reader.socket, buffer.get() + held, kReadSize - held);
+    if (got.status == platform::IoStatus::kOk) {
+      held += got.bytes;
+      const size_t whole = held - held % kFrameSize;
+      if (whole > 0) {
+        LogRecords(reader.index + 1, buffer.get(), whole);
+        std::memmove(buffer.get(), buffer.get() + whole, held - whole);
+        held -= whole;
+        unflushed = true;
+      }
+      continue;
+    }
+    // The board closed the connection or it failed: nothing more comes on it.
+    if (got.status != platform::IoStatus::kWouldBlock) break;
+    // Nothing waits now: the rows written so far go to the file before the reader
+    // sleeps, so a quiet log is always complete on disk.
+    if (unflushed) {
+      Flush();
+      unflushed = false;
+    }
+    const platform::WaitStatus wait = platform::WaitReadable(reader.socket, kReadWaitMs);
+    if (wait == platform::WaitStatus::kError) break;
+    if (wait == platform::WaitStatus::kException) platform::SleepMs(1);
+  }
+  if (unflushed) Flush();
+}
+
+void LoggingService::LogRecords(int channel, const uint8_t* bytes, size_t size) {
+  const std::lock_guard<std::mutex> hold(lock_);
+  for (const uint8_t* record = bytes; record + kFrameSize <= bytes + size; record += kFrameSize) {
+    const uint32_t id = FrameWord(record, 0);
+    if ((id & 0x80000000U) != 0) continue;  // a negative identifier: not a CAN record
+    const uint32_t flags = FrameWord(record, 1);
+    if (static_cast<uint64_t>(file_.Size()) >= size_limit_) RotateLocked();
+    CanRow row;
+    row.channel = channel;
+    row.id = id;
+    row.extended = (flags & kInfoExtended) != 0;
+    row.dlc = static_cast<int>(flags & 0xFF);
+    std::memcpy(row.data.data(), record + 8, 8);
+    const size_t length = file_.WriteRow(row);
+    bytes_written_ += length;
+    if (length > 0) ++rows_written_;
+  }
+}
+
+void LoggingService::Flush() {
+  const std::lock_guard<std::mutex> hold(lock_);
+  file_.Flush();
+}
+
+void LoggingService::RotateLocked() {
+  RotateLogFile(file_, path_, name_, max_count_);
+  if (file_.IsOpen()) ++files_opened_;
+}
+
+LoggingService& Logging() {
+  static LoggingService service;
+  return service;
+}
+
+void StartLogging() { Logging().Start(LoggingConfigFromSettings()); }
+
+void StopLogging() { Logging().Stop(); }
+
+}  // namespace kel

@@ -1,0 +1,114 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "logging/log_files.h"
+#include "platform/socket.h"
+
+namespace kel {
+
+/// What one logging run uses: where the board's ports are and where the files go.
+struct LoggingConfig {
+  std::string address = "127.0.0.1";  ///< the board's address
+  int base_port = 27015;              ///< connection i goes to base_port + i
+  std::string path;                   ///< directory of the files (may be empty)
+  std::string name = "kelcmd.log";    ///< base name of the files
+  uint64_t size_limit = 0xA00000;     ///< a file is rotated once it holds this many bytes
+  int64_t max_count = 10;             ///< files kept, the open one included
+};
+
+/// The logging settings as they stand: the device address, the proxy port as the base
+/// port, the file path, name, size and count.
+LoggingConfig LoggingConfigFromSettings();
+
+/// What the status of the service shows.
+struct LoggingStatus {
+  bool active = false;
+  bool running = false;
+  uint32_t files_opened = 0;
+  uint64_t bytes_written = 0;
+  uint64_t rows_written = 0;
+  std::vector<platform::SocketAddress> peers;  ///< one per connection, in slot order
+};
+
+/// Records the CAN traffic of the board's ports into rotating BUSMASTER files. A run opens
+/// its own connections, one per port from the base port up (at most kMaxConnections, up
+/// to the first port that refuses), and reads 16-byte frame records on one thread per
+/// connection; every CAN record (identifier not negative) becomes a row, written under
+/// the service's lock together with the notes and the rotation.
+///
+/// Start, Stop, SetLimits and Status are called from one thread (the command thread);
+/// Note may be called from any thread.
+class LoggingService {
+ public:
+  static constexpr int kMaxConnections = 16;
+  /// How long Stop waits for the reader threads.
+  static constexpr int kStopWaitMs = 3000;
+
+  LoggingService() = default;
+  /// Stops a run still going.
+  ~LoggingService();
+  LoggingService(const LoggingService&) = delete;
+  LoggingService& operator=(const LoggingService&) = delete;
+
+  /// Starts a run, stopping the one before first: opens the next file of the family
+  /// (which counts as a file written), then connects and starts the readers. The run is
+  /// active even when no port answers or no file could be opened.
+  void Start(const LoggingConfig& config);
+  /// Ends the run: wakes every reader by shutting its socket down, waits up to
+  /// kStopWaitMs for all of them (one that still runs is left to end by itself, with a
+  /// note in the log), then closes the file with its footer. Harmless when stopped.
+  void Stop();
+
+  /// Changes the size limit and the file count of the run going on (and of later ones).
+  void SetLimits(uint64_t size_limit, int64_t max_count);
+
+  /// Writes "***NOTE: <text>***" into the current file, the text made from `format` and
+  /// its arguments (at most 8191 characters). Returns the characters written: 0 when the
+  /// service is stopped or no file is open.
+  size_t Note(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+  LoggingStatus Status() const;
+  bool Active() const { return active_; }
+  bool Running() const { return running_; }
+
+ private:
+  struct Reader;
+
+  void ReadLoop(Reader& reader);
+  // Writes the whole records of `bytes` as rows of `channel`, rotating by size.
+  void LogRecords(int channel, const uint8_t* bytes, size_t size);
+  void Flush();
+  void RotateLocked();
+
+  std::atomic<bool> lock_ready_{false};  // notes are taken
+  std::atomic<bool> running_{false};
+  std::atomic<bool> active_{false};
+  std::vector<std::shared_ptr<Reader>> readers_;  // the command thread's only
+
+  mutable std::mutex lock_;  // guards everything below
+  LogFile file_;
+  std::string path_;
+  std::string name_;
+  uint64_t size_limit_ = 0xA00000;
+  int64_t max_count_ = 10;
+  uint32_t files_opened_ = 0;
+  uint64_t bytes_written_ = 0;
+  uint64_t rows_written_ = 0;
+};
+
+/// The process-wide logging service.
+LoggingService& Logging();
+
+/// Starts the process-wide service with the current settings, as start-up does when
+/// logging is active, and as "log start" does.
+void StartLogging();
+/// Stops the process-wide service, as shutdown does.
+void StopLogging();
+
+}  // namespace kel
