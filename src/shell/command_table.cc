@@ -4,6 +4,7 @@
 #include "board/io_commands.h"
 #include "can/can_commands.h"
 #include "config/config_commands.h"
+#include "proxy/proxy_command.h"
 #include "shell/builtin_commands.h"
 #include "shell/command.h"
 #include "shell/parse.h"
@@ -72,7 +73,7 @@ std::vector<CommandEntry> BuildTable() {
         "                     (will be loaded automatically)"},
        {}},
       {{"proxy"},
-       unbuilt,
+       HandleProxy,
        false,
        "",
        kOkError,

@@ -7,6 +7,7 @@
 #include "platform/console.h"
 #include "platform/process.h"
 #include "platform/socket.h"
+#include "proxy/can_proxy.h"
 #include "shell/command.h"
 #include "shell/executor.h"
 #include "shell/output.h"
@@ -180,6 +181,7 @@ int KelcmdMain(int argc, char** argv) {
     if (!joined.empty() && joined.size() < kJoinedLineSize - 1) joined += ' ';
     joined.append(argument.substr(0, kJoinedLineSize - 1 - joined.size()));
   }
+  if (CurrentSettings().proxy_mode) StartProxy();
 
   ResultCode kept = kOk;
   if (!joined.empty()) {
@@ -190,6 +192,7 @@ int KelcmdMain(int argc, char** argv) {
     std::fputs(BannerText().c_str(), stdout);
     ConsoleLoop();
   }
+  StopProxy();
   std::fflush(stdout);
   return platform::ExitStatusForResult(kept < 0 ? kept : kOk);
 }
