@@ -194,37 +194,70 @@ TEST(SendSpecTest, RawArgumentsAndTotals) {
   }
 }
 
-// The frames a walk visits, as identifier/payload pairs.
-std::vector<std::pair<uint32_t, uint32_t>> Walk(const char* text, size_t stop_after = SIZE_MAX) {
+// A walk as text: "id:payload " for each message, "| " after each repetition.
+struct WalkRecord {
+  std::string text;
+  std::vector<uint32_t> payloads;
+};
+
+WalkRecord Walk(const char* text, size_t stop_after = SIZE_MAX) {
   SendSpec spec;
   ParseSendSpec(text, spec);
-  uint32_t done = 0;
-  ProgressLine progress(text::kSendingProgress, TotalMessages(spec), done);
-  std::vector<std::pair<uint32_t, uint32_t>> seen;
-  ForEachMessage(spec, progress, [&](const FrameBytes& frame) {
-    seen.emplace_back(FrameWord(frame.data(), 0), FrameWord(frame.data(), 2));
-    ++done;
-    return seen.size() < stop_after;
-  });
-  return seen;
+  WalkRecord record;
+  const auto visit = [&](const FrameBytes& frame) {
+    record.text += std::to_string(FrameWord(frame.data(), 0));
+    record.text += ":";
+    record.text += std::to_string(FrameWord(frame.data(), 2));
+    record.text += " ";
+    record.payloads.push_back(FrameWord(frame.data(), 2));
+    return record.payloads.size() < stop_after;
+  };
+  ForEachMessage(spec, visit, [&record] { record.text += "| "; });
+  return record;
 }
 
 TEST(ForEachMessageTest, VisitsIdentifiersWithinRepetitionsInOrder) {
-  using Seen = std::vector<std::pair<uint32_t, uint32_t>>;
-  EXPECT_EQ((Seen{{1, 0}, {2, 0}, {3, 0}, {1, 1}, {2, 1}, {3, 1}}), Walk("1-3:count*2"));
-  EXPECT_EQ((Seen{{7, 0x3412}, {7, 0x3412}}), Walk("7:1234*2"));
-  EXPECT_EQ((Seen{{1, 0}, {2, 0}}), Walk("1-3:count*2", 2)) << "a failed visit ends the walk";
-  EXPECT_EQ(Seen{}, Walk("10-1:12*3"));
-  EXPECT_EQ((Seen{{0xFFFFFFFE, 0}, {0xFFFFFFFF, 0}}), Walk("0xFFFFFFFE-0xFFFFFFFF:"))
-      << "a range up to the last identifier ends";
+  struct Case {
+    const char* spec;
+    size_t stop_after;
+    const char* walk;
+  };
+  const Case cases[] = {
+      {"1-3:count*2", SIZE_MAX, "1:0 2:0 3:0 | 1:1 2:1 3:1 | "},
+      {"7:1234*2", SIZE_MAX, "7:13330 | 7:13330 | "},  // data 12 34 is the word 0x3412
+      {"1-3:count*2", 2, "1:0 2:0 "},                  // a failed visit ends the walk
+      {"10-1:12*3", SIZE_MAX, "| | | "},               // nothing to send, every repetition ends
+      {"0xFFFFFFFE-0xFFFFFFFF:", SIZE_MAX, "4294967294:0 4294967295:0 | "},
+  };
+  for (const Case& c : cases) EXPECT_EQ(c.walk, Walk(c.spec, c.stop_after).text) << c.spec;
 }
 
 TEST(ForEachMessageTest, TimePayloadsCountMillisecondsSinceTheStart) {
-  const auto seen = Walk("1:time*3@20");
-  ASSERT_EQ(3U, seen.size());
-  EXPECT_LT(seen[0].second, 20U);
-  EXPECT_GE(seen[1].second, seen[0].second + 20);
-  EXPECT_GE(seen[2].second, seen[1].second + 20);
+  const std::vector<uint32_t> payloads = Walk("1:time*3@20").payloads;
+  ASSERT_EQ(3U, payloads.size());
+  EXPECT_LT(payloads[0], 20U);
+  EXPECT_GE(payloads[1], payloads[0] + 20);
+  EXPECT_GE(payloads[2], payloads[1] + 20);
+}
+
+TEST(ProgressLineTest, PrintsFirstThenAtMostOnceASecond) {
+  uint32_t done = 0;
+  ProgressLine line(text::kSendingProgress, 10, done);
+  ::testing::internal::CaptureStdout();
+  line.Update();  // nothing done yet: every update prints
+  line.Update();
+  done = 3;
+  line.Update();
+  done = 5;
+  line.Update();  // within the second
+  platform::SleepMs(1000);
+  line.Update();
+  EXPECT_EQ(
+      "Sending CAN data: 0 / 10 @ 0 msg/s\n"
+      "Sending CAN data: 0 / 10 @ 0 msg/s\n"
+      "Sending CAN data: 3 / 10 @ 3 msg/s\n"
+      "Sending CAN data: 5 / 10 @ 2 msg/s\n",
+      ::testing::internal::GetCapturedStdout());
 }
 
 }  // namespace

@@ -55,7 +55,7 @@ ResultCode HandleSend(const CommandEntry& entry, std::string_view& rest, Output&
   uint32_t sent = 0;
   ResultCode failure = kOk;
   ProgressLine progress(text::kSendingProgress, total, sent);
-  const bool done = ForEachMessage(spec, progress, [&](const FrameBytes& frame) {
+  const auto send = [&](const FrameBytes& frame) {
     if (!link.SendCanData(frame.data(), frame.size())) {
       failure = kErrSend;
       return false;
@@ -67,7 +67,8 @@ ResultCode HandleSend(const CommandEntry& entry, std::string_view& rest, Output&
       return false;
     }
     return true;
-  });
+  };
+  const bool done = ForEachMessage(spec, send, [&progress] { progress.Update(); });
   if (!done) {
     out.Printf(text::kSentSoFar, static_cast<int>(sent), static_cast<int>(total));
     return FormatResult(&entry, failure, out);

@@ -43,10 +43,11 @@ class PayloadClock {
 /// Walks the messages of `spec` in the order the sender sends them and the receiver
 /// expects them, calling `visit(frame)` for each: per repetition r the payload is set
 /// (counter: r; time: milliseconds since the walk began), then each identifier from first
-/// to last in turn. After each repetition it pauses for the interval and updates
-/// `progress`. Stops and returns false as soon as `visit` returns false.
-template <typename Visit>
-bool ForEachMessage(const SendSpec& spec, ProgressLine& progress, Visit&& visit) {
+/// to last in turn. After each repetition it pauses for the interval and calls
+/// `after_repetition()` (the progress line). Stops and returns false as soon as `visit`
+/// returns false.
+template <typename Visit, typename AfterRepetition>
+bool ForEachMessage(const SendSpec& spec, Visit&& visit, AfterRepetition&& after_repetition) {
   FrameBytes frame = BuildFrame(spec);
   const PayloadClock clock;
   const uint32_t repeat = RepeatCount(spec);
@@ -62,7 +63,7 @@ bool ForEachMessage(const SendSpec& spec, ProgressLine& progress, Visit&& visit)
       if (!visit(static_cast<const FrameBytes&>(frame))) return false;
     }
     if (spec.interval_ms != 0) platform::SleepMs(spec.interval_ms);
-    progress.Update();
+    after_repetition();
   }
   return true;
 }

@@ -25,6 +25,8 @@ DeviceLink& Device() {
   return link;
 }
 
+DeviceLink::DeviceLink() : debug_socket_(&CurrentSettings().debug_socket) {}
+
 bool DeviceLink::Connect(const std::string& address, int tcp_port) {
   if (socket_.Valid()) return true;
   broken_ = false;
@@ -68,18 +70,18 @@ bool DeviceLink::SendFrame(const uint8_t* frame) {
 bool DeviceLink::SendCommand(uint32_t command, uint32_t value1, uint32_t value2,
                              uint32_t value3) {
   const FrameBytes frame = EncodeCommand(CommandFrame{command | 0x80000000U, value1, value2, value3});
-  if (CurrentSettings().debug_socket) ConsoleWrite(SendingCommandText(frame.data()));
+  if (*debug_socket_) ConsoleWrite(SendingCommandText(frame.data()));
   return SendFrame(frame.data());
 }
 
 bool DeviceLink::SendCanData(const uint8_t* data, size_t length) {
   FrameBytes frame{};
   if (data != nullptr) std::memcpy(frame.data(), data, std::min(length, kFrameSize));
-  if (CurrentSettings().debug_socket) ConsoleWrite(SendingDataText(frame.data()));
+  if (*debug_socket_) ConsoleWrite(SendingDataText(frame.data()));
   return SendFrame(frame.data());
 }
 
-bool DeviceLink::ReceiveFrame(uint8_t* frame, int timeout_ms) {
+bool DeviceLink::ReceiveFrameWaiting(uint8_t* frame, int timeout_ms) {
   std::memset(frame, 0, kFrameSize);
   if (!socket_.Valid() || broken_) return false;
   if (buffer_.size() < kReceiveChunk) buffer_.resize(kReceiveChunk);
@@ -113,7 +115,7 @@ bool DeviceLink::ReceiveFrame(uint8_t* frame, int timeout_ms) {
   std::memcpy(frame, buffer_.data() + buffer_start_, kFrameSize);
   buffer_start_ += kFrameSize;
   if (buffer_start_ == buffer_end_) buffer_start_ = buffer_end_ = 0;
-  if (CurrentSettings().debug_socket) ConsoleWrite(ReceivedText(frame));
+  if (*debug_socket_) ConsoleWrite(ReceivedText(frame));
   return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,8 @@ namespace kel {
 /// limit for nothing.
 class DeviceLink {
  public:
+  DeviceLink();
+
   /// Opens the connection to `address` at `tcp_port`; an open connection is reused
   /// without a check. Blocking connect, then non-blocking. False on failure.
   bool Connect(const std::string& address, int tcp_port);
@@ -34,7 +37,20 @@ class DeviceLink {
 
   /// Fills `frame` with the next whole frame. Fails when no byte arrives for `timeout_ms`
   /// (a partly received frame is then dropped whole) or when the link is broken.
-  bool ReceiveFrame(uint8_t* frame, int timeout_ms);
+  bool ReceiveFrame(uint8_t* frame, int timeout_ms) {
+    // A frame already received is handed out here, inline: a fast stream costs a copy per
+    // frame, not a call.
+    if (HasBufferedFrame() && !*debug_socket_) {
+      std::memcpy(frame, buffer_.data() + buffer_start_, kFrameSize);
+      buffer_start_ += kFrameSize;
+      return true;
+    }
+    return ReceiveFrameWaiting(frame, timeout_ms);
+  }
+
+  /// True when a whole frame has been received and not handed out yet: the next
+  /// ReceiveFrame returns at once, without a system call.
+  bool HasBufferedFrame() const { return buffer_end_ - buffer_start_ >= kFrameSize; }
 
   /// Sends a command, then waits for the frame whose first word equals `answer_code`,
   /// left in `answer`. Other frames are dropped; a "." is printed for every second
@@ -44,7 +60,10 @@ class DeviceLink {
 
  private:
   bool SendFrame(const uint8_t* frame);
+  bool ReceiveFrameWaiting(uint8_t* frame, int timeout_ms);
   void MarkBroken();
+
+  const bool* debug_socket_;  // the socket debug flag of the settings
 
   platform::Socket socket_;
   bool broken_ = false;
