@@ -37,9 +37,19 @@ std::string FormatWithText(const char* format, std::string_view text) {
   return result;
 }
 
-// Digits of `value` in decimal, written at `out`; returns the end.
-char* PutUnsigned(char* out, uint64_t value) {
-  char digits[20];
+// Digits of `value` in decimal, written at `out`; returns the end. Channels and DLCs
+// have one or two digits: those take no loop.
+char* PutUnsigned(char* out, uint32_t value) {
+  if (value < 10) {
+    *out = static_cast<char>('0' + value);
+    return out + 1;
+  }
+  if (value < 100) {
+    out[0] = static_cast<char>('0' + value / 10);
+    out[1] = static_cast<char>('0' + value % 10);
+    return out + 2;
+  }
+  char digits[10];
   int n = 0;
   do {
     digits[n++] = static_cast<char>('0' + value % 10);
@@ -52,9 +62,9 @@ char* PutUnsigned(char* out, uint64_t value) {
 char* PutSigned(char* out, int value) {
   if (value < 0) {
     *out++ = '-';
-    return PutUnsigned(out, static_cast<uint64_t>(-static_cast<int64_t>(value)));
+    return PutUnsigned(out, 0U - static_cast<uint32_t>(value));
   }
-  return PutUnsigned(out, static_cast<uint64_t>(value));
+  return PutUnsigned(out, static_cast<uint32_t>(value));
 }
 
 // "%03x": lower-case hex, at least three digits.
@@ -65,23 +75,26 @@ char* PutHexId(char* out, uint32_t id) {
   return out;
 }
 
+// "%02X " of every byte value, each padded to four characters for whole-word copies.
+struct ByteTexts {
+  char text[256][4];
+};
+constexpr ByteTexts MakeByteTexts() {
+  ByteTexts texts{};
+  for (int b = 0; b < 256; ++b) {
+    texts.text[b][0] = kUpperHex[b >> 4];
+    texts.text[b][1] = kUpperHex[b & 0xF];
+    texts.text[b][2] = ' ';
+    texts.text[b][3] = ' ';
+  }
+  return texts;
+}
+constexpr ByteTexts kByteTexts = MakeByteTexts();
+
 char* PutTwoDigits(char* out, int value) {
   *out++ = static_cast<char>('0' + value / 10 % 10);
   *out++ = static_cast<char>('0' + value % 10);
   return out;
-}
-
-// Nineteen nines: the last suffix of the sequence whose successor (10^20 - 9) still fits
-// in 64 bits would not. Rows past it in the same millisecond share it.
-constexpr uint64_t kLastSuffix = 9999999999999999999ULL;
-
-int DecimalDigits(uint64_t value) {
-  int digits = 1;
-  while (value >= 10) {
-    value /= 10;
-    ++digits;
-  }
-  return digits;
 }
 
 }  // namespace
@@ -106,42 +119,56 @@ std::string NoteText(const char* text) {
 }
 
 size_t RowClock::Stamp(const platform::WallTime& now, char* out) {
+  char* const suffix = text_ + kPrefixLength;
+  size_t digits = length_ - kPrefixLength;
   if (now.seconds != last_seconds_ || now.milliseconds != last_milliseconds_) {
-    suffix_ = 0;
-  } else if (suffix_ != 0 && suffix_ % 10 == 0) {
-    // 10 -> 91, 100 -> 991: the next text still sorts after the previous one (..9, 91).
-    uint64_t power = 1;
-    for (int i = DecimalDigits(suffix_); i > 0; --i) power *= 10;
-    suffix_ = power - 9;
+    if (now.seconds != cached_second_) {
+      const platform::LocalTime local = platform::ToLocalTime(now);
+      char* p = PutTwoDigits(text_, local.hour);
+      *p++ = ':';
+      p = PutTwoDigits(p, local.minute);
+      *p++ = ':';
+      p = PutTwoDigits(p, local.second);
+      *p = ':';
+      cached_second_ = now.seconds;
+    }
+    const int ms = now.milliseconds;
+    text_[9] = static_cast<char>('0' + ms / 100 % 10);
+    PutTwoDigits(text_ + 10, ms % 100);
+    last_seconds_ = now.seconds;
+    last_milliseconds_ = now.milliseconds;
+    suffix[0] = '0';
+    digits = 1;
+  } else if (digits > 1 && suffix[digits - 1] == '0') {
+    // A non-zero multiple of ten: 10 -> 91, 100 -> 991.
+    std::memset(suffix, '9', digits - 1);
+    suffix[digits - 1] = '1';
   }
-  if (now.seconds != cached_second_) {
-    const platform::LocalTime local = platform::ToLocalTime(now);
-    char* p = PutTwoDigits(cached_prefix_, local.hour);
-    *p++ = ':';
-    p = PutTwoDigits(p, local.minute);
-    *p++ = ':';
-    p = PutTwoDigits(p, local.second);
-    *p = ':';
-    cached_second_ = now.seconds;
+  length_ = kPrefixLength + digits;
+  std::memcpy(out, text_, kRowTimeSize - 1);  // a fixed size copies fastest; only the
+  out[length_] = '\0';                        // length counts
+
+  // Count on. Every counter printed is nines and one last digit (0 ... 9, 91 ... 99,
+  // 991 ...), so a carry only ever turns all nines into a one and zeros; nineteen nines
+  // stay.
+  if (suffix[digits - 1] != '9') {
+    ++suffix[digits - 1];
+  } else if (digits < kMaxSuffixDigits) {
+    suffix[0] = '1';
+    std::memset(suffix + 1, '0', digits);
+    ++length_;
   }
-  std::memcpy(out, cached_prefix_, 9);
-  char* p = out + 9;
-  const int ms = now.milliseconds;
-  *p++ = static_cast<char>('0' + ms / 100 % 10);
-  p = PutTwoDigits(p, ms % 100);
-  p = PutUnsigned(p, suffix_);
-  *p = '\0';
-  last_seconds_ = now.seconds;
-  last_milliseconds_ = now.milliseconds;
-  if (suffix_ != kLastSuffix) ++suffix_;
-  return static_cast<size_t>(p - out);
+  return kPrefixLength + digits;
 }
 
 size_t FormatRow(std::string_view time, const CanRow& row, char* out) {
-  char* p = out;
   const size_t time_length = time.size() < kRowTimeSize ? time.size() : kRowTimeSize - 1;
-  std::memcpy(p, time.data(), time_length);
-  p += time_length;
+  std::memcpy(out, time.data(), time_length);
+  return time_length + FormatRowFields(row, out + time_length);
+}
+
+size_t FormatRowFields(const CanRow& row, char* out) {
+  char* p = out;
   std::memcpy(p, row.transmitted ? " Tx " : " Rx ", 4);
   p += 4;
   p = PutSigned(p, row.channel);
@@ -154,10 +181,7 @@ size_t FormatRow(std::string_view time, const CanRow& row, char* out) {
   *p++ = ' ';
   const int shown = row.dlc < 0 ? 0 : (row.dlc > 8 ? 8 : row.dlc);
   for (int i = 0; i < shown; ++i) {
-    const uint8_t byte = row.data[static_cast<size_t>(i)];
-    p[0] = kUpperHex[byte >> 4];
-    p[1] = kUpperHex[byte & 0xF];
-    p[2] = ' ';
+    std::memcpy(p, kByteTexts.text[row.data[static_cast<size_t>(i)]], 4);  // "XX " and one more
     p += 3;
   }
   *p++ = '\r';

@@ -34,12 +34,15 @@ inline constexpr size_t kRowTimeSize = 40;
 
 /// The time stamps of data rows, process-wide in the log writer. A row's time is the wall
 /// clock (seconds and milliseconds) in local time, "14:05:09:042", followed directly by a
-/// suffix that keeps rows of the same millisecond in ascending text order: the first row
-/// of a millisecond gets "0", the next ones 1 ... 9, 91 ... 99, 991 ... 999, 9991 ...
-/// (read as decimal fractions, always growing). The 64-bit counter behind the suffix ends
-/// at nineteen nines, the 172nd row of a millisecond; rows after it in the same
-/// millisecond repeat that suffix. The local-time conversion is cached for the current
-/// second. Not thread-safe: the logging service calls it under its lock.
+/// suffix counter that keeps rows of the same millisecond in ascending text order: the
+/// first row of a millisecond gets "0", the next ones 1 ... 9, 91 ... 99, 991 ... 999,
+/// 9991 ... (a counter that reaches a multiple of ten jumps to the nines below the next
+/// power of ten, so that read as decimal fractions the suffixes always grow). The counter
+/// is 64 bits wide, so it ends at nineteen nines, the 172nd row of a millisecond; rows
+/// after it in the same millisecond repeat that suffix. The counter is kept as its digits
+/// and the local-time conversion is cached for the current second, so a stamp costs no
+/// division and no conversion. Not thread-safe: the logging service calls it under its
+/// lock.
 class RowClock {
  public:
   /// Writes the time text of a row stamped `now` into `out` (kRowTimeSize bytes, zero
@@ -47,11 +50,16 @@ class RowClock {
   size_t Stamp(const platform::WallTime& now, char* out);
 
  private:
+  static constexpr size_t kPrefixLength = 12;  // "hh:mm:ss:mmm"
+  static constexpr size_t kMaxSuffixDigits = 19;
+
   int64_t last_seconds_ = -1;
   int last_milliseconds_ = -1;
-  uint64_t suffix_ = 0;
   int64_t cached_second_ = -1;
-  char cached_prefix_[9] = {};  // "hh:mm:ss:" of cached_second_, not zero terminated
+  // The prefix of the last stamp, then the digits of the counter that the next row of the
+  // same millisecond prints (before the jump past a multiple of ten).
+  char text_[kRowTimeSize] = {};
+  size_t length_ = kPrefixLength + 1;
 };
 
 /// One data row.
@@ -72,5 +80,8 @@ inline constexpr size_t kMaxRowSize = 128;
 /// lower-case hex with at least three digits, each data byte upper-case hex followed by a
 /// blank: "14:05:09:0420 Rx 1 0x123 s 3 01 02 FF \r\n".
 size_t FormatRow(std::string_view time, const CanRow& row, char* out);
+
+/// FormatRow without the time: everything from the blank behind the time to CR LF.
+size_t FormatRowFields(const CanRow& row, char* out);
 
 }  // namespace kel

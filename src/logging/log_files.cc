@@ -145,17 +145,19 @@ void LogFile::Append(const char* text, size_t length) {
       return;
     }
   }
+  if (used_ == 0) buffered_since_ms_ = platform::MonotonicMs();
   std::memcpy(buffer_.get() + used_, text, length);
   used_ += length;
   if (used_ >= kFlushSize) Flush();
 }
 
-size_t LogFile::WriteRow(const CanRow& row) {
+size_t LogFile::WriteRow(const CanRow& row, const platform::WallTime& received) {
   if (!IsOpen()) return 0;
-  char time[kRowTimeSize];
-  const size_t time_length = LogRowClock().Stamp(platform::WallNow(), time);
   // The buffer is flushed before it holds kFlushSize bytes, so a row always fits behind.
-  const size_t length = FormatRow(std::string_view(time, time_length), row, buffer_.get() + used_);
+  if (used_ == 0) buffered_since_ms_ = platform::MonotonicMs();
+  char* const text = buffer_.get() + used_;
+  const size_t time_length = LogRowClock().Stamp(received, text);
+  const size_t length = time_length + FormatRowFields(row, text + time_length);
   used_ += length;
   size_ += static_cast<int64_t>(length);
   if (used_ >= kFlushSize) Flush();

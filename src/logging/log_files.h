@@ -82,19 +82,25 @@ class LogFile {
 
   bool IsOpen() const { return file_.Valid(); }
 
-  /// Writes one data row, stamped now by the process-wide row clock. Returns its length.
-  size_t WriteRow(const CanRow& row);
+  /// Writes one data row, stamped by the process-wide row clock with the wall time the
+  /// frame was `received` (rows taken from the board in one go share one reading of the
+  /// clock). Returns its length.
+  size_t WriteRow(const CanRow& row, const platform::WallTime& received);
   /// Writes a note line (a null text is "<null>"). Returns its length.
   size_t WriteNote(const char* text);
   /// Bytes written so far, those still in memory included; 0 without a file.
   int64_t Size() const { return IsOpen() ? size_ : 0; }
   /// Hands the rows held in memory to the file.
   void Flush();
+  /// The monotonic time (platform::MonotonicMs) at which the oldest row still held in
+  /// memory was written; 0 when none is held.
+  uint64_t BufferedSinceMs() const { return used_ > 0 ? buffered_since_ms_ : 0; }
   /// Writes the footer and closes the file; nothing without a file.
   void Close();
 
-  /// Rows are handed to the file once this many bytes wait in memory.
-  static constexpr size_t kFlushSize = 64 * 1024;
+  /// Rows are handed to the file once this many bytes wait in memory: large writes keep
+  /// a flood cheap, and a flood fills this in a few milliseconds.
+  static constexpr size_t kFlushSize = 1024 * 1024;
 
  private:
   void Append(const char* text, size_t length);
@@ -102,6 +108,7 @@ class LogFile {
   platform::OutputFile file_;
   std::unique_ptr<char[]> buffer_;  // kFlushSize + kMaxRowSize bytes
   size_t used_ = 0;
+  uint64_t buffered_since_ms_ = 0;
   int64_t size_ = 0;
 };
 

@@ -171,14 +171,14 @@ TEST(ScanLogFilesTest, TiesKeepTheFirstFoundInNameOrder) {
 TEST(LogFileTest, NoFileWritesNothing) {
   LogFile none;
   EXPECT_FALSE(none.IsOpen());
-  EXPECT_EQ(0U, none.WriteRow(CanRow{}));
+  EXPECT_EQ(0U, none.WriteRow(CanRow{}, platform::WallNow()));
   EXPECT_EQ(0U, none.WriteNote("x"));
   EXPECT_EQ(0, none.Size());
   none.Flush();
   none.Close();
   LogFile failed = LogFile::Create("/nonexistent-dir/x.log");
   EXPECT_FALSE(failed.IsOpen());
-  EXPECT_EQ(0U, failed.WriteRow(CanRow{}));
+  EXPECT_EQ(0U, failed.WriteRow(CanRow{}, platform::WallNow()));
 }
 
 TEST(LogFileTest, HeaderAtOnceRowsInWholeLinesFooterAtClose) {
@@ -194,13 +194,21 @@ TEST(LogFileTest, HeaderAtOnceRowsInWholeLinesFooterAtClose) {
   const CanRow row{false, 1, 0x123, false, 3, {1, 2, 3}};
   int64_t expected_size = log.Size();
   size_t rows = 0;
-  while (ReadFile(name).size() == header.size()) {  // until the first batch reaches the file
-    const size_t length = log.WriteRow(row);
-    ASSERT_GT(length, 0U);
-    expected_size += static_cast<int64_t>(length);
-    ++rows;
-  }
+  auto write_while = [&](int64_t below) {
+    while (log.Size() < below) {
+      const size_t length = log.WriteRow(row, platform::WallNow());
+      ASSERT_GT(length, 0U);
+      expected_size += static_cast<int64_t>(length);
+      ++rows;
+    }
+  };
+  const auto flush_size = static_cast<int64_t>(LogFile::kFlushSize);
+  write_while(static_cast<int64_t>(header.size()) + flush_size - 200);
   EXPECT_EQ(expected_size, log.Size()) << "rows still in memory count";
+  EXPECT_EQ(header, ReadFile(name)) << "rows wait in memory";
+  EXPECT_NE(0U, log.BufferedSinceMs());
+  write_while(static_cast<int64_t>(header.size()) + flush_size);
+  EXPECT_EQ(0U, log.BufferedSinceMs()) << "the full buffer went out";
   const ParsedLog flushed = ParseLog(ReadFile(name));
   EXPECT_TRUE(flushed.whole_lines) << "only whole rows ever reach the file";
   EXPECT_TRUE(flushed.bad_lines.empty());

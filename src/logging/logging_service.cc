@@ -20,6 +20,10 @@ constexpr char kDetachedNoteFormat[] = "READER %d STILL RUNNING AT STOP, LEFT BE
 // A reader waits this long for data before it looks at its stop flag again; Stop wakes it
 // at once by shutting the socket down, so this only bounds a wake-up that got lost.
 constexpr int kReadWaitMs = 250;
+// Rows reach the file at most this long after they were written into memory: a quiet
+// board's rows are on disk at once, as far as a crash is concerned, while a busy board's
+// rows go out in large writes.
+constexpr int kFlushDelayMs = 10;
 // Bytes taken off a connection per receive: a fast stream costs few system calls.
 constexpr size_t kReadSize = 64 * 1024;
 constexpr size_t kNoteSize = 8192;  // the note text, zero included
@@ -182,13 +186,14 @@ void LoggingService::ReadLoop(Reader& reader) {
     }
     // The board closed the connection or it failed: nothing more comes on it.
     if (got.status != platform::IoStatus::kWouldBlock) break;
-    // Nothing waits now: the rows written so far go to the file before the reader
-    // sleeps, so a quiet log is always complete on disk.
-    if (unflushed) {
+    // Nothing waits now. Rows this reader wrote go to the file once no more data came for
+    // kFlushDelayMs (or sooner, when a receive finds them older than that).
+    const platform::WaitStatus wait =
+        platform::WaitReadable(reader.socket, unflushed ? kFlushDelayMs : kReadWaitMs);
+    if (wait == platform::WaitStatus::kTimeout && unflushed) {
       Flush();
       unflushed = false;
     }
-    const platform::WaitStatus wait = platform::WaitReadable(reader.socket, kReadWaitMs);
     if (wait == platform::WaitStatus::kError) break;
     if (wait == platform::WaitStatus::kException) platform::SleepMs(1);
   }
@@ -196,6 +201,8 @@ void LoggingService::ReadLoop(Reader& reader) {
 }
 
 void LoggingService::LogRecords(int channel, const uint8_t* bytes, size_t size) {
+  // The records of one receive arrived together: one reading of the clock serves them all.
+  const platform::WallTime received = platform::WallNow();
   const std::lock_guard<std::mutex> hold(lock_);
   for (const uint8_t* record = bytes; record + kFrameSize <= bytes + size; record += kFrameSize) {
     const uint32_t id = FrameWord(record, 0);
@@ -208,10 +215,12 @@ void LoggingService::LogRecords(int channel, const uint8_t* bytes, size_t size) 
     row.extended = (flags & kInfoExtended) != 0;
     row.dlc = static_cast<int>(flags & 0xFF);
     std::memcpy(row.data.data(), record + 8, 8);
-    const size_t length = file_.WriteRow(row);
+    const size_t length = file_.WriteRow(row, received);
     bytes_written_ += length;
     if (length > 0) ++rows_written_;
   }
+  const uint64_t since = file_.BufferedSinceMs();
+  if (since != 0 && platform::MonotonicMs() - since >= kFlushDelayMs) file_.Flush();
 }
 
 void LoggingService::Flush() {

@@ -1,0 +1,233 @@
+// The logging service end to end: four clients flood the four channels of a virtual board
+// (each also takes in what its bus partner sends: 0<->2, 1<->3), and the board passes every
+// frame on to the logging service's four connections, which write them as rows into
+// rotating files (10 MiB * 10) in a temporary directory.
+//
+// The baseline is the same flood read by four plain readers that only count and discard the
+// bytes. Each figure is the time from the first frame sent until the last frame was logged
+// (or read), as frames per second; the best of the runs counts. The service must lose
+// nothing: a run ends only when every frame has become a row.
+//
+//   log_service_bench [frames per channel, default 250000] [runs, default 3]
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "logging/logging_service.h"
+#include "platform/clock.h"
+#include "platform/poller.h"
+#include "platform/socket.h"
+#include "sim/frame_client.h"
+#include "sim/simulator.h"
+
+namespace kel {
+namespace {
+
+constexpr int kChannels = 4;
+constexpr size_t kBlockFrames = 4096;
+constexpr int kLimitMs = 120000;
+
+std::vector<uint8_t> FrameBlock(int channel) {
+  std::vector<uint8_t> block(kBlockFrames * kFrameSize);
+  for (size_t i = 0; i < kBlockFrames; ++i) {
+    CanDataFrame frame;
+    frame.id = static_cast<uint32_t>(0x100 + channel * 0x100 + i % 0x100);
+    frame.dlc = 8;
+    frame.data = {1, 2, 3, 4, 5, 6, 7, static_cast<uint8_t>(i)};
+    const FrameBytes bytes = EncodeCanData(frame);
+    std::copy(bytes.begin(), bytes.end(),
+              block.begin() + static_cast<std::ptrdiff_t>(i * kFrameSize));
+  }
+  return block;
+}
+
+// Sends `frames` frames of `block` (again and again) and takes in `expect` frames, both as
+// fast as the connection goes.
+void Pump(const platform::Socket& socket, const std::vector<uint8_t>& block, size_t frames,
+          size_t expect) {
+  platform::Poller poller;
+  const size_t to_send = frames * kFrameSize;
+  const size_t to_receive = expect * kFrameSize;
+  size_t sent = 0;
+  size_t received = 0;
+  uint32_t interest = platform::kPollWrite | platform::kPollRead;
+  poller.Add(socket, interest, 0);
+  std::vector<uint8_t> sink(256 * 1024);
+  std::array<platform::PollEvent, 1> events;
+  while (sent < to_send || received < to_receive) {
+    if (poller.Wait(events, 1000) <= 0) continue;
+    if (events[0].writable && sent < to_send) {
+      const size_t offset = sent % block.size();
+      const platform::IoResult r = platform::Send(socket, block.data() + offset,
+                                                  std::min(block.size() - offset, to_send - sent));
+      if (r.status == platform::IoStatus::kOk) sent += r.bytes;
+      if (r.status == platform::IoStatus::kError) return;
+      if (sent == to_send) {
+        interest &= ~platform::kPollWrite;
+        poller.Modify(socket, interest, 0);
+      }
+    }
+    if (events[0].readable) {
+      const platform::IoResult r = platform::Receive(socket, sink.data(), sink.size());
+      if (r.status == platform::IoStatus::kOk) received += r.bytes;
+      if (r.status == platform::IoStatus::kClosed || r.status == platform::IoStatus::kError) return;
+    }
+  }
+}
+
+// Reads and discards until `bytes` bytes came; false when the connection ended first.
+bool Discard(const platform::Socket& socket, size_t bytes) {
+  std::vector<uint8_t> sink(64 * 1024);
+  size_t received = 0;
+  while (received < bytes) {
+    const platform::IoResult r = platform::Receive(socket, sink.data(), sink.size());
+    if (r.status == platform::IoStatus::kOk) {
+      received += r.bytes;
+    } else if (r.status == platform::IoStatus::kWouldBlock) {
+      platform::WaitReadable(socket, 250);
+    } else {
+      return false;
+    }
+  }
+  return true;
+}
+
+class Flood {
+ public:
+  Flood() {
+    sim::Config config;
+    config.base_port = 0;
+    board_ = std::make_unique<sim::Simulator>(config);
+    ok_ = board_->Start();
+    for (int ch = 0; ch < kChannels && ok_; ++ch) {
+      sim::FrameClient& client = senders_[static_cast<size_t>(ch)];
+      ok_ = client.Connect(board_->Address(ch)) && platform::SetNonBlocking(client.socket(), true);
+      blocks_[static_cast<size_t>(ch)] = FrameBlock(ch);
+    }
+    ok_ = ok_ && WaitForClients(kChannels);
+  }
+
+  bool Ok() const { return ok_; }
+  uint16_t BasePort() const { return board_->BasePort(); }
+  bool WaitForClients(uint32_t clients) const {
+    return board_->WaitForState(
+        [clients](const sim::BoardState& s) { return s.Clients() == clients; }, kLimitMs);
+  }
+
+  // Floods every channel with `frames` frames; returns once every sender is done.
+  void Run(size_t frames) {
+    std::vector<std::thread> threads;
+    for (size_t ch = 0; ch < kChannels; ++ch) {
+      threads.emplace_back(
+          [this, ch, frames] { Pump(senders_[ch].socket(), blocks_[ch], frames, frames); });
+    }
+    for (std::thread& t : threads) t.join();
+  }
+
+ private:
+  std::unique_ptr<sim::Simulator> board_;
+  std::array<sim::FrameClient, kChannels> senders_;
+  std::array<std::vector<uint8_t>, kChannels> blocks_;
+  bool ok_ = false;
+};
+
+double Seconds(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Frames per second through the logging service; 0 when frames were lost.
+double LoggedRate(Flood& flood, size_t frames, const std::filesystem::path& dir) {
+  std::filesystem::remove_all(dir);
+  std::filesystem::create_directories(dir);
+  LoggingConfig config;
+  config.base_port = flood.BasePort();
+  config.path = dir.string();
+  config.size_limit = 10 << 20;
+  config.max_count = 10;
+  LoggingService service;
+  service.Start(config);
+  if (service.Status().peers.size() != kChannels || !flood.WaitForClients(2 * kChannels)) return 0;
+  const auto start = std::chrono::steady_clock::now();
+  std::thread sending([&flood, frames] { flood.Run(frames); });
+  const uint64_t expected = uint64_t{frames} * kChannels;
+  const uint64_t begun = platform::MonotonicMs();
+  while (service.Status().rows_written < expected &&
+         platform::MonotonicMs() - begun < static_cast<uint64_t>(kLimitMs)) {
+    platform::SleepMs(1);
+  }
+  const double seconds = Seconds(start);
+  sending.join();
+  const bool complete = service.Status().rows_written == expected;
+  service.Stop();
+  flood.WaitForClients(kChannels);
+  return complete ? static_cast<double>(expected) / seconds : 0;
+}
+
+// Frames per second through four plain readers.
+double RawRate(Flood& flood, size_t frames, uint16_t base_port) {
+  std::array<platform::Socket, kChannels> readers;
+  for (int ch = 0; ch < kChannels; ++ch) {
+    platform::Socket& s = readers[static_cast<size_t>(ch)];
+    s = platform::NewTcpSocket();
+    if (!platform::ConnectBlocking(s, {0x0100007F, static_cast<uint16_t>(base_port + ch)}) ||
+        !platform::SetNonBlocking(s, true)) {
+      return 0;
+    }
+  }
+  if (!flood.WaitForClients(2 * kChannels)) return 0;
+  const auto start = std::chrono::steady_clock::now();
+  std::thread sending([&flood, frames] { flood.Run(frames); });
+  std::atomic<bool> complete{true};
+  std::vector<std::thread> threads;
+  for (const platform::Socket& s : readers) {
+    threads.emplace_back([&s, frames, &complete] {
+      if (!Discard(s, frames * kFrameSize)) complete = false;
+    });
+  }
+  for (std::thread& t : threads) t.join();
+  const double seconds = Seconds(start);
+  sending.join();
+  for (platform::Socket& s : readers) s.Close();
+  flood.WaitForClients(kChannels);
+  return complete ? static_cast<double>(frames * kChannels) / seconds : 0;
+}
+
+}  // namespace
+}  // namespace kel
+
+int main(int argc, char** argv) {
+  const size_t frames = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 250000;
+  const int runs = argc > 2 ? std::atoi(argv[2]) : 3;
+  kel::Flood flood;
+  if (!flood.Ok()) {
+    std::fprintf(stderr, "the virtual board did not start\n");
+    return 1;
+  }
+  const std::filesystem::path dir =
+      std::filesystem::temp_directory_path() /
+      ("kel-log-bench-" + std::to_string(kel::platform::MonotonicNs()));
+  double logged = 0;
+  double raw = 0;
+  for (int i = 0; i < runs; ++i) {
+    raw = std::max(raw, kel::RawRate(flood, frames, flood.BasePort()));
+    logged = std::max(logged, kel::LoggedRate(flood, frames, dir));
+  }
+  std::filesystem::remove_all(dir);
+  if (logged == 0 || raw == 0) {
+    std::fprintf(stderr, "a run lost frames or did not finish\n");
+    return 1;
+  }
+  std::printf(
+      "logging service: %.0f frames/s logged, raw readers %.0f frames/s, ratio %.2f "
+      "(4 x %zu frames, best of %d)\n",
+      logged, raw, logged / raw, frames, runs);
+  return 0;
+}

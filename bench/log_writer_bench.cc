@@ -1,0 +1,132 @@
+// The BUSMASTER row writer alone, on one core.
+//
+//   BM_LogRows/N   LogFile::WriteRow as the logging service calls it: one reading of the
+//                  wall clock for every N rows (the service reads it once per receive,
+//                  whose records arrived together; a busy board fills a receive with far
+//                  more than 16), the row time stamp, the row text, the buffer and its
+//                  writes. N = 1 is a quiet board: one frame per receive.
+//   BM_FwriteRows  fwrite() of rows the writer made, already formatted, one call per row
+//                  into a stdio stream: the baseline.
+//
+// Both write to /dev/null, so that only the writing itself is measured, not the disk.
+// items_per_second is rows per second; the last lines give the ratios to the baseline.
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "logging/busmaster_format.h"
+#include "logging/log_files.h"
+#include "platform/clock.h"
+
+namespace kel {
+namespace {
+
+constexpr char kSink[] = "/dev/null";
+constexpr size_t kRowKinds = 256;
+
+// Rows as the service sees them: four channels, standard and extended identifiers, every DLC.
+std::vector<CanRow> SampleRows() {
+  std::vector<CanRow> rows(kRowKinds);
+  for (size_t i = 0; i < rows.size(); ++i) {
+    CanRow& row = rows[i];
+    row.channel = static_cast<int>(i % 4) + 1;
+    row.extended = i % 8 == 7;
+    row.id =
+        row.extended ? 0x18DAF100U + static_cast<uint32_t>(i) : 0x100U + static_cast<uint32_t>(i);
+    row.dlc = static_cast<int>(i % 9);
+    for (size_t b = 0; b < row.data.size(); ++b) row.data[b] = static_cast<uint8_t>(i * 7 + b);
+  }
+  return rows;
+}
+
+void BM_LogRows(benchmark::State& state) {
+  const std::vector<CanRow> rows = SampleRows();
+  const auto rows_per_reading = static_cast<size_t>(state.range(0));
+  LogFile log = LogFile::Create(kSink);
+  if (!log.IsOpen()) {
+    state.SkipWithError("cannot open /dev/null");
+    return;
+  }
+  size_t i = 0;
+  uint64_t bytes = 0;
+  platform::WallTime now = platform::WallNow();
+  for (auto _ : state) {
+    if (i % rows_per_reading == 0) now = platform::WallNow();
+    bytes += log.WriteRow(rows[i++ % kRowKinds], now);
+  }
+  state.SetItemsProcessed(state.iterations());
+  state.SetBytesProcessed(static_cast<int64_t>(bytes));
+}
+BENCHMARK(BM_LogRows)->Arg(1)->Arg(16);
+
+void BM_FwriteRows(benchmark::State& state) {
+  // The very rows the writer makes: stamped by a row clock now, in the same order.
+  const std::vector<CanRow> rows = SampleRows();
+  RowClock clock;
+  std::vector<std::string> texts;
+  for (size_t i = 0; i < 4096; ++i) {
+    char time[kRowTimeSize];
+    const size_t time_length = clock.Stamp(platform::WallNow(), time);
+    char text[kMaxRowSize];
+    texts.emplace_back(text,
+                       FormatRow(std::string_view(time, time_length), rows[i % kRowKinds], text));
+  }
+  std::FILE* file = std::fopen(kSink, "wb");
+  if (file == nullptr) {
+    state.SkipWithError("cannot open /dev/null");
+    return;
+  }
+  size_t i = 0;
+  uint64_t bytes = 0;
+  for (auto _ : state) {
+    const std::string& text = texts[i++ % texts.size()];
+    bytes += std::fwrite(text.data(), 1, text.size(), file);
+  }
+  std::fclose(file);
+  state.SetItemsProcessed(state.iterations());
+  state.SetBytesProcessed(static_cast<int64_t>(bytes));
+}
+BENCHMARK(BM_FwriteRows);
+
+// The console report, keeping each benchmark's rows per second for the ratio.
+class RatioReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (const Run& run : runs) {
+      const auto rate = run.counters.find("items_per_second");
+      if (rate != run.counters.end()) rates_[run.benchmark_name()] = rate->second.value;
+    }
+  }
+  double Rate(const std::string& name) const {
+    const auto found = rates_.find(name);
+    return found == rates_.end() ? 0 : found->second;
+  }
+
+ private:
+  std::map<std::string, double> rates_;
+};
+
+}  // namespace
+}  // namespace kel
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  kel::RatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::Shutdown();
+  const double baseline = reporter.Rate("BM_FwriteRows");
+  for (const char* name : {"BM_LogRows/16", "BM_LogRows/1"}) {
+    const double rows = reporter.Rate(name);
+    if (rows > 0 && baseline > 0) {
+      std::printf("%s: %.0f rows/s, fwrite %.0f rows/s, ratio %.2f\n", name, rows, baseline,
+                  rows / baseline);
+    }
+  }
+  return 0;
+}
