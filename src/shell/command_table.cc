@@ -4,6 +4,7 @@
 #include "board/io_commands.h"
 #include "can/can_commands.h"
 #include "config/config_commands.h"
+#include "logging/log_command.h"
 #include "proxy/proxy_command.h"
 #include "shell/builtin_commands.h"
 #include "shell/command.h"
@@ -272,7 +273,7 @@ std::vector<CommandEntry> BuildTable() {
        {}},
       {{"rpor"}, unbuilt, true, "", kOkError, "Power on reset via serial", {}, {}},
       {{"log", "logging"},
-       unbuilt,
+       HandleLog,
        false,
        "",
        kOkError,

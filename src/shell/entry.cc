@@ -4,6 +4,7 @@
 #include <string>
 
 #include "config/settings.h"
+#include "logging/logging_service.h"
 #include "platform/console.h"
 #include "platform/process.h"
 #include "platform/socket.h"
@@ -182,6 +183,7 @@ int KelcmdMain(int argc, char** argv) {
     joined.append(argument.substr(0, kJoinedLineSize - 1 - joined.size()));
   }
   if (CurrentSettings().proxy_mode) StartProxy();
+  if (CurrentSettings().logging_active != 0) StartLogging();
 
   ResultCode kept = kOk;
   if (!joined.empty()) {
@@ -192,6 +194,7 @@ int KelcmdMain(int argc, char** argv) {
     std::fputs(BannerText().c_str(), stdout);
     ConsoleLoop();
   }
+  StopLogging();
   StopProxy();
   std::fflush(stdout);
   return platform::ExitStatusForResult(kept < 0 ? kept : kOk);
