@@ -250,6 +250,23 @@ TEST_F(CanTrafficTest, ReceiveChecksEveryMessageInOrder) {
   }
 }
 
+// The one test that waits out the receiver's 15 s: frames keep coming, none of them due.
+TEST_F(CanTrafficTest, ReceiveEndsWithMatchingFailedWhenOnlyOtherFramesCome) {
+  std::jthread feeder([this](std::stop_token stop) {
+    DeviceLink link;
+    ASSERT_TRUE(link.Connect("127.0.0.1", board_->Port(0)));
+    ASSERT_TRUE(WaitForClients(2, 1));
+    const FrameBytes other = Counter(0x124, 4, 0);
+    while (!stop.stop_requested()) {
+      ASSERT_TRUE(link.SendCanData(other.data(), other.size()));
+      platform::SleepMs(100);
+    }
+  });
+  const LineRun run = Run(2, "recv 0x123:count*5");
+  EXPECT_EQ(kErrMatch, run.result);
+  EXPECT_EQ("0/5 received ERROR -14: Matching failed\r\n", run.text);
+}
+
 TEST_F(CanTrafficTest, ReceiveEndsAtOnceWhenTheBoardCloses) {
   sim::Faults faults;
   faults.close_after_frames = 3;
