@@ -151,7 +151,7 @@ TEST_F(KelsimTest, ServesTheBoardAndEndsCleanlyOnSigterm) {
 TEST_F(KelsimTest, EndsCleanlyOnSigintFromAScript) {
   const std::string script =
       "\"$0\" --port 0 >out 2>&1 & pid=$!\n"
-      "n=0; until grep -q ports out || [ $n -ge 400 ]; do sleep 0.05; n=$((n+1)); done\n"
+      "n=0; until grep -qs ports out || [ $n -ge 400 ]; do sleep 0.05; n=$((n+1)); done\n"
       "kill -INT $pid; wait $pid; echo \"status $?\"; cat out\n";
   const ProgramRun run = testing::RunProgram("/bin/sh", {"-c", script, testing::KelsimPath()}, "",
                                              dir_.Path().string());

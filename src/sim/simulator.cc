@@ -304,6 +304,8 @@ void Simulator::Loop::Stop() {
     stopping_ = true;
   }
   poller_.Wake();
+  // The thread blocks only in the poller, which the wake-up ends, so the join is short. It
+  // is never detached: the thread works on this object.
   if (thread_.joinable()) thread_.join();
   for (Socket& s : listeners_) s.Close();
   std::lock_guard lock(mutex_);

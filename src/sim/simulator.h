@@ -52,7 +52,8 @@ class Simulator {
 
   /// A copy of the board's state and counters.
   BoardState State() const;
-  /// Waits up to `timeout_ms` until `done` holds for the state; false at the limit.
+  /// Waits up to `timeout_ms` until `done` holds for the state; false at the limit. `done`
+  /// runs with the board locked and must not call this object.
   bool WaitForState(const std::function<bool(const BoardState&)>& done, int timeout_ms) const;
 
   /// Every frame that clients of `channel` sent, in the order the board took them (only
