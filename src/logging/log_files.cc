@@ -1,5 +1,6 @@
 #include "logging/log_files.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -152,12 +153,19 @@ void LogFile::Append(const char* text, size_t length) {
 }
 
 size_t LogFile::WriteRow(const CanRow& row, const platform::WallTime& received) {
+  char fields[kMaxRowSize];
+  return WriteRowFields(std::string_view(fields, FormatRowFields(row, fields)), received);
+}
+
+size_t LogFile::WriteRowFields(std::string_view fields, const platform::WallTime& received) {
   if (!IsOpen()) return 0;
   // The buffer is flushed before it holds kFlushSize bytes, so a row always fits behind.
   if (used_ == 0) buffered_since_ms_ = platform::MonotonicMs();
   char* const text = buffer_.get() + used_;
   const size_t time_length = LogRowClock().Stamp(received, text);
-  const size_t length = time_length + FormatRowFields(row, text + time_length);
+  const size_t field_length = std::min(fields.size(), kMaxRowSize - kRowTimeSize);
+  std::memcpy(text + time_length, fields.data(), field_length);
+  const size_t length = time_length + field_length;
   used_ += length;
   size_ += static_cast<int64_t>(length);
   if (used_ >= kFlushSize) Flush();
