@@ -77,6 +77,13 @@ uint16_t ClosedPort() {
   return platform::LocalAddress(listener).port;
 }
 
+// A virtual board on four free ports, wired 0-2 and 1-3.
+sim::Config FreePortsBoard() {
+  sim::Config config;
+  config.base_port = 0;
+  return config;
+}
+
 LoggingConfig Config(const TempDir& dir, int base_port) {
   LoggingConfig config;
   config.base_port = base_port;
@@ -85,9 +92,7 @@ LoggingConfig Config(const TempDir& dir, int base_port) {
 }
 
 TEST(LoggingServiceTest, EveryFrameOfFourChannelsOnceAndInOrderAcrossRotatedFiles) {
-  sim::Config board_config;
-  board_config.base_port = 0;
-  sim::Simulator board(board_config);
+  sim::Simulator board(FreePortsBoard());
   ASSERT_TRUE(board.Start()) << board.Error();
   TempDir dir;
   LoggingConfig config = Config(dir, board.BasePort());
@@ -294,9 +299,7 @@ class LogCommandTest : public ::testing::Test {
 };
 
 TEST_F(LogCommandTest, StatusStartCommentStop) {
-  sim::Config board_config;
-  board_config.base_port = 0;
-  sim::Simulator board(board_config);
+  sim::Simulator board(FreePortsBoard());
   ASSERT_TRUE(board.Start()) << board.Error();
   CurrentSettings().proxy_port = board.BasePort();
   const std::string stopped_tail = " + name 'kelcmd.log'\n + path '" + Path() + "'\n";
