@@ -164,10 +164,13 @@ TEST_F(CanTrafficEndToEndTest, ALostFrameEndsTheReceiverWithIntegrityFailed) {
   const ProgramRun received = receiver.Finish();
 
   EXPECT_EQ(0, sender.status);
+  EXPECT_EQ(0U, sender.output.find("Sending CAN data: 1 / 300 @ 1 msg/s\n")) << sender.output;
   EXPECT_EQ("300 messages sent\r\n", AfterProgress(sender.output, kSendingLine));
   // The 100th frame, counter 99, is lost: counter 100 arrives where 99 is due.
   EXPECT_TRUE(received.exited);
   EXPECT_EQ(241, received.status) << "-15 in 8 bits";
+  EXPECT_EQ(0U, received.output.find("Receiving CAN data: 1 / 300 @ 1 msg/s\n"))
+      << "the first line comes at once, however fast the stream";
   EXPECT_EQ("99/300 received ERROR -15: Integrity failed\r\n",
             AfterProgress(received.output, kReceivingLine));
 }

@@ -85,10 +85,8 @@ ResultCode HandleReceive(const CommandEntry& entry, std::string_view& rest, Outp
     ++received;
     return true;
   };
-  // While received frames wait in the link, the line waits too: no clock per message.
-  const auto after_repetition = [&] {
-    if (!link.HasBufferedFrame()) progress.Update();
-  };
+  // While received frames wait in the link, the clock waits too: no clock read per message.
+  const auto after_repetition = [&] { progress.Update(link.HasBufferedFrame()); };
   const bool done = ForEachMessage(spec, receive, after_repetition);
   if (!done) {
     out.Printf(text::kReceivedSoFar, static_cast<int>(received), static_cast<int>(total));

@@ -244,13 +244,14 @@ TEST(ProgressLineTest, PrintsFirstThenAtMostOnceASecond) {
   uint32_t done = 0;
   ProgressLine line(text::kSendingProgress, 10, done);
   ::testing::internal::CaptureStdout();
-  line.Update();  // nothing done yet: every update prints
-  line.Update();
+  line.Update();  // nothing done yet: every update prints, deferred or not
+  line.Update(true);
   done = 3;
   line.Update();
   done = 5;
   line.Update();  // within the second
   platform::SleepMs(1000);
+  line.Update(true);  // deferred: the clock is not read
   line.Update();
   EXPECT_EQ(
       "Sending CAN data: 0 / 10 @ 0 msg/s\n"

@@ -17,7 +17,9 @@ class ProgressLine {
   /// `format` takes three unsigned values: done, total, done since the last line.
   ProgressLine(const char* format, uint32_t total, const uint32_t& done);
 
-  void Update();
+  /// Prints the line when none was printed yet or a second has passed since the last.
+  /// With `defer`, only when none was printed yet: the clock is not read.
+  void Update(bool defer = false);
 
  private:
   const char* format_;

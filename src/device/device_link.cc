@@ -76,9 +76,14 @@ bool DeviceLink::SendCommand(uint32_t command, uint32_t value1, uint32_t value2,
 
 bool DeviceLink::SendCanData(const uint8_t* data, size_t length) {
   FrameBytes frame{};
-  if (data != nullptr) std::memcpy(frame.data(), data, std::min(length, kFrameSize));
-  if (*debug_socket_) ConsoleWrite(SendingDataText(frame.data()));
-  return SendFrame(frame.data());
+  const uint8_t* whole = frame.data();
+  if (data != nullptr && length >= kFrameSize) {
+    whole = data;  // a whole frame goes out as it is, without a copy
+  } else if (data != nullptr) {
+    std::memcpy(frame.data(), data, length);
+  }
+  if (*debug_socket_) ConsoleWrite(SendingDataText(whole));
+  return SendFrame(whole);
 }
 
 bool DeviceLink::ReceiveFrameWaiting(uint8_t* frame, int timeout_ms) {
