@@ -107,6 +107,10 @@ class LogFile {
 
  private:
   void Append(const char* text, size_t length);
+  // A row goes into the buffer in two steps: its time stamp, which returns where its
+  // fields go, then its end, which counts it and flushes a full buffer.
+  char* StampRow(const platform::WallTime& received);
+  size_t FinishRow(const char* end);
 
   platform::OutputFile file_;
   std::unique_ptr<char[]> buffer_;  // kFlushSize + kMaxRowSize bytes
