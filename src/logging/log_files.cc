@@ -154,27 +154,11 @@ void LogFile::Append(const char* text, size_t length) {
 
 size_t LogFile::WriteRow(const CanRow& row, const platform::WallTime& received) {
   if (!IsOpen()) return 0;
-  char* const fields = StampRow(received);
-  return FinishRow(fields + FormatRowFields(row, fields));
-}
-
-size_t LogFile::WriteRowFields(std::string_view fields, const platform::WallTime& received) {
-  if (!IsOpen()) return 0;
-  char* const at = StampRow(received);
-  const size_t length = std::min(fields.size(), kMaxRowSize - kRowTimeSize);
-  std::memcpy(at, fields.data(), length);
-  return FinishRow(at + length);
-}
-
-char* LogFile::StampRow(const platform::WallTime& received) {
   // The buffer is flushed before it holds kFlushSize bytes, so a row always fits behind.
   if (used_ == 0) buffered_since_ms_ = platform::MonotonicMs();
   char* const text = buffer_.get() + used_;
-  return text + LogRowClock().Stamp(received, text);
-}
-
-size_t LogFile::FinishRow(const char* end) {
-  const auto length = static_cast<size_t>(end - (buffer_.get() + used_));
+  const size_t time_length = LogRowClock().Stamp(received, text);
+  const size_t length = time_length + FormatRowFields(row, text + time_length);
   used_ += length;
   size_ += static_cast<int64_t>(length);
   if (used_ >= kFlushSize) Flush();

@@ -86,9 +86,6 @@ class LogFile {
   /// frame was `received` (rows taken from the board in one go share one reading of the
   /// clock). Returns its length.
   size_t WriteRow(const CanRow& row, const platform::WallTime& received);
-  /// WriteRow with the row's fields already formatted (FormatRowFields): only the time
-  /// stamp is made here. Lets the caller format outside its lock.
-  size_t WriteRowFields(std::string_view fields, const platform::WallTime& received);
   /// Writes a note line (a null text is "<null>"). Returns its length.
   size_t WriteNote(const char* text);
   /// Bytes written so far, those still in memory included; 0 without a file.
@@ -107,10 +104,6 @@ class LogFile {
 
  private:
   void Append(const char* text, size_t length);
-  // A row goes into the buffer in two steps: its time stamp, which returns where its
-  // fields go, then its end, which counts it and flushes a full buffer.
-  char* StampRow(const platform::WallTime& received);
-  size_t FinishRow(const char* end);
 
   platform::OutputFile file_;
   std::unique_ptr<char[]> buffer_;  // kFlushSize + kMaxRowSize bytes

@@ -1,6 +1,5 @@
 #include "logging/logging_service.h"
 
-#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <cstdarg>
@@ -11,7 +10,6 @@
 
 #include "config/settings.h"
 #include "device/frame.h"
-#include "logging/busmaster_format.h"
 #include "shell/parse.h"
 
 namespace kel {
@@ -29,7 +27,6 @@ constexpr int kFlushDelayMs = 10;
 // Bytes taken off a connection per receive: a fast stream costs few system calls.
 constexpr size_t kReadSize = 64 * 1024;
 constexpr size_t kNoteSize = 8192;  // the note text, zero included
-constexpr size_t kRowBatch = 256;   // rows formatted before the lock is taken
 
 }  // namespace
 
@@ -205,42 +202,27 @@ void LoggingService::ReadLoop(Reader& reader) {
 
 void LoggingService::LogRecords(int channel, const uint8_t* bytes, size_t size) {
   // The records of one receive arrived together: one reading of the clock serves them all.
+  // Each row is formatted straight into the file's buffer: formatting outside the lock
+  // would cost a second copy of every row, more than the lock's waits it would save.
   const platform::WallTime received = platform::WallNow();
-  const uint8_t* const end = bytes + size;
-  const uint8_t* record = bytes;
-  while (record < end) {
-    // Rows are formatted outside the lock, a batch at a time; under it they only get their
-    // time stamps and go into the file's buffer.
-    char texts[kRowBatch * kMaxRowSize];
-    std::array<uint8_t, kRowBatch> lengths;
-    size_t rows = 0;
-    char* text = texts;
-    for (; record < end && rows < kRowBatch; record += kFrameSize) {
-      const uint32_t id = FrameWord(record, 0);
-      if ((id & 0x80000000U) != 0) continue;  // a negative identifier: not a CAN record
-      const uint32_t flags = FrameWord(record, 1);
-      CanRow row;
-      row.channel = channel;
-      row.id = id;
-      row.extended = (flags & kInfoExtended) != 0;
-      row.dlc = static_cast<int>(flags & 0xFF);
-      std::memcpy(row.data.data(), record + 8, 8);
-      const size_t length = FormatRowFields(row, text);
-      lengths[rows++] = static_cast<uint8_t>(length);
-      text += length;
-    }
-    const std::lock_guard<std::mutex> hold(lock_);
-    text = texts;
-    for (size_t i = 0; i < rows; ++i) {
-      if (static_cast<uint64_t>(file_.Size()) >= size_limit_) RotateLocked();
-      const size_t length = file_.WriteRowFields(std::string_view(text, lengths[i]), received);
-      text += lengths[i];
-      bytes_written_ += length;
-      if (length > 0) ++rows_written_;
-    }
-    const uint64_t since = file_.BufferedSinceMs();
-    if (since != 0 && platform::MonotonicMs() - since >= kFlushDelayMs) file_.Flush();
+  const std::lock_guard<std::mutex> hold(lock_);
+  for (const uint8_t* record = bytes; record + kFrameSize <= bytes + size; record += kFrameSize) {
+    const uint32_t id = FrameWord(record, 0);
+    if ((id & 0x80000000U) != 0) continue;  // a negative identifier: not a CAN record
+    const uint32_t flags = FrameWord(record, 1);
+    if (static_cast<uint64_t>(file_.Size()) >= size_limit_) RotateLocked();
+    CanRow row;
+    row.channel = channel;
+    row.id = id;
+    row.extended = (flags & kInfoExtended) != 0;
+    row.dlc = static_cast<int>(flags & 0xFF);
+    std::memcpy(row.data.data(), record + 8, 8);
+    const size_t length = file_.WriteRow(row, received);
+    bytes_written_ += length;
+    if (length > 0) ++rows_written_;
   }
+  const uint64_t since = file_.BufferedSinceMs();
+  if (since != 0 && platform::MonotonicMs() - since >= kFlushDelayMs) file_.Flush();
 }
 
 void LoggingService::Flush() {
