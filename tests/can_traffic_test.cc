@@ -83,13 +83,14 @@ class KelsimProcess {
 // kelcmd running in the background, its output captured.
 class KelcmdProcess {
  public:
-  explicit KelcmdProcess(const std::vector<std::string>& args) {
+  KelcmdProcess(const testing::TempDir& dir, const std::vector<std::string>& args) {
     std::vector<std::string> argv = {testing::KelcmdPath()};
     argv.insert(argv.end(), args.begin(), args.end());
     platform::ChildProcess::Options options;
     options.output = platform::ChildProcess::OutputMode::kCapture;
     options.merge_stderr = true;
     options.stdin_text = "";
+    options.working_dir = dir.Path().string();
     process_.Start(argv, options);
   }
   ProgramRun Finish() {
@@ -139,7 +140,7 @@ TEST_F(CanTrafficEndToEndTest, ACounterStreamFromChannel0PassesTheFilterOfChanne
   EXPECT_EQ(0, listing.status);
   EXPECT_EQ("0x123 \nTotal 1 CAN ID matches\n", listing.output);
 
-  KelcmdProcess receiver(On(board, 2, "recv 0x123:count*1000"));
+  KelcmdProcess receiver(dir_, On(board, 2, "recv 0x123:count*1000"));
   ASSERT_TRUE(board.WaitForClients(1));
   const ProgramRun sender = Kelcmd(On(board, 0, "send 0x123:count@10ms*1000"));
   const ProgramRun received = receiver.Finish();
@@ -158,7 +159,7 @@ TEST_F(CanTrafficEndToEndTest, ACounterStreamFromChannel0PassesTheFilterOfChanne
 TEST_F(CanTrafficEndToEndTest, ALostFrameEndsTheReceiverWithIntegrityFailed) {
   KelsimProcess board(dir_, {"--drop-every", "100"});
   ASSERT_NE(0, board.BasePort());
-  KelcmdProcess receiver(On(board, 2, "recv 0x123:count*300"));
+  KelcmdProcess receiver(dir_, On(board, 2, "recv 0x123:count*300"));
   ASSERT_TRUE(board.WaitForClients(1));
   const ProgramRun sender = Kelcmd(On(board, 0, "send 0x123:count*300"));
   const ProgramRun received = receiver.Finish();

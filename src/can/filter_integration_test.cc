@@ -79,24 +79,9 @@ TEST_F(FilterCommandTest, SubcommandsPrintTheFilterTheyLeave) {
 TEST_F(FilterCommandTest, TstListsTheMatchesOnTheConsole) {
   EXPECT_EQ("CAN filter not set\n", Run("filt tst").text);
   Run("filt add 0x100,0x101");
-  LineRun two = Run("filt tst");
+  const LineRun two = Run("filt tst");
   EXPECT_EQ("0x100 0x101 \n", two.console);
   EXPECT_EQ("Total 2 CAN ID matches\n", two.text);
-
-  Run("filt set AM=0x7F0,AR=0x7F0");
-  const LineRun sixteen = Run("filt test");
-  EXPECT_EQ(
-      "0x7F0 0x7F1 0x7F2 0x7F3 0x7F4 0x7F5 0x7F6 0x7F7 0x7F8 0x7F9 0x7FA 0x7FB 0x7FC 0x7FD "
-      "0x7FE 0x7FF \n  \n",
-      sixteen.console);
-  EXPECT_EQ("Total 16 CAN ID matches\n", sixteen.text);
-
-  Run("filt set AM=0x7E0,AR=0x7E0");
-  const LineRun thirty_two = Run("filt tst");
-  EXPECT_EQ(0U, thirty_two.console.find("0x7E0 0x7E1 ")) << thirty_two.console;
-  EXPECT_EQ("0x7FE 0x7FF \n  ", thirty_two.console.substr(thirty_two.console.size() - 15))
-      << "two breaks, no closing line";
-  EXPECT_EQ("Total 32 CAN ID matches\n", thirty_two.text);
 
   // The whole 29-bit space: 2^16 identifiers, listed in order.
   Run("filt set IDE=1,AM=0x1FFF0000,AR=0x00120000");
