@@ -21,13 +21,14 @@ struct ChildExit {
 /// as a zombie.
 class ChildProcess {
  public:
-  enum class OutputMode { kInherit, kDiscard, kCapture };
+  enum class OutputMode { kInherit, kDiscard, kCapture, kFile };
 
   struct Options {
     OutputMode output = OutputMode::kInherit;
     bool merge_stderr = false;              ///< stderr goes where stdout goes
     std::optional<std::string> stdin_text;  ///< fed to the child, then closed
     std::string working_dir;                ///< empty: the current one
+    std::string output_path;                ///< with kFile: the file that takes the output
   };
 
   ChildProcess() = default;

@@ -54,8 +54,11 @@ bool ChildProcess::Start(const std::vector<std::string>& argv, const Options& op
     posix_spawn_file_actions_adddup2(&actions, out_pipe[1], STDOUT_FILENO);
     if (options.merge_stderr)
       posix_spawn_file_actions_adddup2(&actions, out_pipe[1], STDERR_FILENO);
-  } else if (options.output == OutputMode::kDiscard) {
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  } else if (options.output == OutputMode::kDiscard || options.output == OutputMode::kFile) {
+    const bool to_file = options.output == OutputMode::kFile;
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO,
+                                     to_file ? options.output_path.c_str() : "/dev/null",
+                                     O_WRONLY | (to_file ? O_CREAT | O_TRUNC : 0), 0644);
     if (options.merge_stderr)
       posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
   }

@@ -64,9 +64,11 @@ bool ChildProcess::Start(const std::vector<std::string>& argv, const Options& op
       return false;
     }
     SetHandleInformation(parent_out, HANDLE_FLAG_INHERIT, 0);
-  } else if (options.output == OutputMode::kDiscard) {
-    child_out = CreateFileA("NUL", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
-                            OPEN_EXISTING, 0, nullptr);
+  } else if (options.output == OutputMode::kDiscard || options.output == OutputMode::kFile) {
+    const bool to_file = options.output == OutputMode::kFile;
+    child_out = CreateFileA(to_file ? options.output_path.c_str() : "NUL", GENERIC_WRITE,
+                            FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
+                            to_file ? CREATE_ALWAYS : OPEN_EXISTING, 0, nullptr);
     if (child_out == INVALID_HANDLE_VALUE) child_out = nullptr;
   }
 
@@ -77,9 +79,8 @@ bool ChildProcess::Start(const std::vector<std::string>& argv, const Options& op
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdInput = child_in != nullptr ? child_in : GetStdHandle(STD_INPUT_HANDLE);
     startup.hStdOutput = child_out != nullptr ? child_out : GetStdHandle(STD_OUTPUT_HANDLE);
-    startup.hStdError = options.merge_stderr && child_out != nullptr
-                            ? child_out
-                            : GetStdHandle(STD_ERROR_HANDLE);
+    startup.hStdError =
+        options.merge_stderr && child_out != nullptr ? child_out : GetStdHandle(STD_ERROR_HANDLE);
   }
   PROCESS_INFORMATION info{};
   const BOOL ok = CreateProcessA(

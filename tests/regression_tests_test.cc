@@ -1,0 +1,136 @@
+// Regression tests as a user runs them: listings, tests whose workers pass or fail against
+// a kelsim process, repetition, and a run ended from the terminal.
+
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "support/kelsim_process.h"
+#include "support/programs.h"
+#include "support/temp_dir.h"
+
+namespace kel {
+namespace {
+
+using testing::KelsimProcess;
+using testing::ProgramRun;
+
+// The spinner line is rewritten in place ("...\r"); what stays is the rest.
+std::string WithoutSpinner(const std::string& output) {
+  static const std::regex spinner("  [0-9]+ workers running \\.\\.\\. [\\\\|/-]  \r");
+  return std::regex_replace(output, spinner, "");
+}
+
+class RegressionTestsTest : public ::testing::Test {
+ protected:
+  // Runs kelcmd against `board`. Workers connect to the proxy port setting, so the
+  // settings file in the working directory points it at the board too.
+  ProgramRun Kelcmd(const KelsimProcess& board, const std::string& line) {
+    EXPECT_NE(0, board.BasePort()) << board.Output();
+    const std::string port = std::to_string(board.BasePort());
+    testing::WriteFile(dir_.File("kelcmd.ini"), "[PROXY]\nProxyPort = " + port + "\n");
+    return testing::RunKelcmd({"-p" + port, line}, "", dir_.Path().string());
+  }
+
+  testing::TempDir dir_;
+};
+
+TEST_F(RegressionTestsTest, ListingsNameAndDescribeTheTests) {
+  const KelsimProcess board;
+  ProgramRun run = Kelcmd(board, "test ?");
+  EXPECT_EQ(0, run.status);
+  EXPECT_EQ(
+      "Test 'send': Simple asynchronous sending\n"
+      "Test 'recv': Simple asynchronous receive\n"
+      "Test 'sync': Simple synchronous (EXTIO) sending\n"
+      "Test 'sync2': Multiple synchronous (EXTIO) sending\n"
+      "Test 'rank1': Rankaise vastaanottoa ja synkkaa ja monsua\n",
+      run.output);
+  EXPECT_EQ(run.output, Kelcmd(board, "test").output) << "no pattern lists too";
+
+  run = Kelcmd(board, "test ?r*");
+  EXPECT_EQ(
+      "Test 'recv':\n\tSimple asynchronous receive\nCommands:\n"
+      "\tS:delay 1s;send 0x123:count@10ms*1000\n\tM:recv 0x123:count*1000\n\n"
+      "Test 'rank1':\n\tRankaise vastaanottoa ja synkkaa ja monsua\nCommands:\n"
+      "\tS:delay 1s;send 0x123:extio:count@10ms*10000\n"
+      "\tS:delay 1s;send 0x124:extio:123456@10ms*10000\n"
+      "\tS:delay 2s;send 0x125:extio:time@10ms*10000\n"
+      "\tS:delay 2s;send 0x125:123456@10ms*1\n"
+      "\tS:delay 10s;mon curr 1ms 80s\n\tS:delay 5s;mon out 90s\n"
+      "\tM:recv 0x123:count*10000\n\n",
+      run.output);
+
+  run = Kelcmd(board, "test nothing*");
+  EXPECT_EQ(0, run.status);
+  EXPECT_EQ("", run.output) << "a pattern that matches nothing runs nothing";
+}
+
+// The tests that only send and receive, each against a board of its own.
+class PassingTest : public RegressionTestsTest,
+                    public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(PassingTest, EveryWorkerEndsOk) {
+  const KelsimProcess board;
+  const ProgramRun run = Kelcmd(board, std::string("test ") + GetParam());
+  EXPECT_EQ(0, run.status) << run.output;
+  const std::string text = WithoutSpinner(run.output);
+  EXPECT_NE(std::string::npos, text.find("Test 1 result : passed\n\n")) << text;
+  EXPECT_EQ(std::string::npos, text.find("ERROR")) << text;
+}
+
+INSTANTIATE_TEST_SUITE_P(Tests, PassingTest, ::testing::Values("send", "recv", "sync", "sync2"));
+
+TEST_F(RegressionTestsTest, ALostFrameFailsTheReceivingWorker) {
+  const KelsimProcess board({"--drop-every", "300"});
+  const ProgramRun run = Kelcmd(board, "test recv;debug");
+  EXPECT_EQ(56, run.status) << "-200 in eight bits";
+  EXPECT_EQ(
+      "recv - Simple asynchronous receive\n"
+      "  M:recv 0x123:count*1000 => ERROR -15: Integrity failed\n"
+      "  S:delay 1s;send 0x123:count@10ms*1000 => Ok\n"
+      "Test 1 result : failed\n\n",
+      WithoutSpinner(run.output))
+      << "and the line stops at the failed test";
+}
+
+TEST_F(RegressionTestsTest, RtestRepeatsUntilATestFails) {
+  // The second run's stream loses its 500th frame: the 1500th on the bus.
+  const KelsimProcess board({"--drop-every", "1500"});
+  const ProgramRun run = Kelcmd(board, "rtest recv");
+  EXPECT_EQ(56, run.status);
+  const std::string text = WithoutSpinner(run.output);
+  EXPECT_NE(std::string::npos, text.find("Test 1 result : passed\n\nrecv - "));
+  EXPECT_NE(std::string::npos, text.find("Integrity failed\n"));
+  EXPECT_NE(std::string::npos, text.find("Test 2 result : failed\n\n"));
+}
+
+#ifndef _WIN32
+// At a terminal (here a pseudo-terminal made by script(1)) a key ends the wait, and
+// Ctrl-C ends the workers, which report it, while the shell goes on.
+TEST_F(RegressionTestsTest, AKeyBreaksTheRunAndCtrlCEndsTheWorkers) {
+  const KelsimProcess board;
+  const std::string port = std::to_string(board.BasePort());
+  testing::WriteFile(dir_.File("kelcmd.ini"), "[PROXY]\nProxyPort = " + port + "\n");
+  const std::string command = std::string(testing::KelcmdPath()) + " -p" + port + " 'test send'";
+  auto at_terminal = [&](const char* keys) {
+    const std::string script = "(sleep 1.5; printf '" + std::string(keys) +
+                               "'; sleep 2) | script -qfec \"" + command + "\" /dev/null";
+    return testing::RunProgram("/bin/sh", {"-c", script}, "", dir_.Path().string());
+  };
+
+  ProgramRun run = at_terminal("x");
+  EXPECT_EQ(0, run.status);
+  EXPECT_NE(std::string::npos, run.output.find("Test 1 result : breaked")) << run.output;
+
+  run = at_terminal("\\003");
+  EXPECT_EQ(56, run.status) << run.output;
+  EXPECT_NE(std::string::npos,
+            run.output.find("  M:send 0x123:count@10ms*1000 => 0xC000013A: User termination"))
+      << run.output;
+  EXPECT_NE(std::string::npos, run.output.find("Test 1 result : failed"));
+}
+#endif
+
+}  // namespace
+}  // namespace kel
