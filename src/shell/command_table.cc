@@ -3,6 +3,7 @@
 #include "board/control_commands.h"
 #include "board/io_commands.h"
 #include "can/can_commands.h"
+#include "can/regression_tests.h"
 #include "config/config_commands.h"
 #include "logging/log_command.h"
 #include "proxy/proxy_command.h"
@@ -240,7 +241,7 @@ std::vector<CommandEntry> BuildTable() {
        {"'recv 0x123:count*1000' - expect 1000 counter messages"}},
       {{"curr", "current"}, unbuilt, true, "", kOkError, "Fetch current data", {}, {}},
       {{"test"},
-       unbuilt,
+       HandleTest,
        true,
        "",
        kOkError,
@@ -251,7 +252,7 @@ std::vector<CommandEntry> BuildTable() {
        {"'test ?'           - show list of available tests",
         "'test sync'        - run one or more test named 'sync'"}},
       {{"rtest", "runtest"},
-       unbuilt,
+       HandleTest,
        true,
        "",
        kOkError,
