@@ -121,6 +121,7 @@ LogFile& LogFile::operator=(LogFile&& other) noexcept {
     Close();
     file_ = std::move(other.file_);
     buffer_ = std::move(other.buffer_);
+    spare_ = std::move(other.spare_);
     used_ = std::exchange(other.used_, 0);
     size_ = std::exchange(other.size_, 0);
   }
@@ -154,14 +155,14 @@ void LogFile::Append(const char* text, size_t length) {
 
 size_t LogFile::WriteRow(const CanRow& row, const platform::WallTime& received) {
   if (!IsOpen()) return 0;
-  // The buffer is flushed before it holds kFlushSize bytes, so a row always fits behind.
+  // A full buffer goes out before the row, so a row always fits behind what is held.
+  if (Full()) Flush();
   if (used_ == 0) buffered_since_ms_ = platform::MonotonicMs();
   char* const text = buffer_.get() + used_;
   const size_t time_length = LogRowClock().Stamp(received, text);
   const size_t length = time_length + FormatRowFields(row, text + time_length);
   used_ += length;
   size_ += static_cast<int64_t>(length);
-  if (used_ >= kFlushSize) Flush();
   return length;
 }
 
@@ -178,6 +179,23 @@ void LogFile::Flush() {
   used_ = 0;
 }
 
+LogFile::TakenRows LogFile::TakeRows() {
+  TakenRows rows;
+  if (!IsOpen() || used_ == 0) return rows;
+  rows.size = std::exchange(used_, 0);
+  rows.buffer = std::exchange(
+      buffer_, spare_ ? std::move(spare_) : std::make_unique<char[]>(kFlushSize + kMaxRowSize));
+  return rows;
+}
+
+void LogFile::WriteTaken(const TakenRows& rows) {
+  if (IsOpen() && rows.size > 0) file_.Write(rows.buffer.get(), rows.size);
+}
+
+void LogFile::Recycle(TakenRows&& rows) {
+  if (IsOpen() && !spare_) spare_ = std::move(rows.buffer);
+}
+
 void LogFile::Close() {
   if (!IsOpen()) return;
   const std::string footer = FooterText(CurrentDateTimeText());
@@ -188,6 +206,7 @@ void LogFile::Close() {
   file_.StampWriteTime();
   file_.Close();
   buffer_.reset();
+  spare_.reset();
   used_ = 0;
   size_ = 0;
 }

@@ -64,8 +64,8 @@ int64_t NextLogIndex(const LogScan& scan, int64_t remaining);
 
 /// An open BUSMASTER log, or none. A log with no file is legal everywhere: every writer
 /// then writes nothing and returns 0. Rows are collected in memory and reach the file in
-/// whole rows only (when the buffer fills, on Flush and on Close), so a file cut off by a
-/// crash still ends with a whole row.
+/// whole rows only (once the buffer is full, on Flush and on Close), so a file cut off by
+/// a crash still ends with a whole row.
 class LogFile {
  public:
   LogFile() = default;
@@ -92,6 +92,24 @@ class LogFile {
   int64_t Size() const { return IsOpen() ? size_ : 0; }
   /// Hands the rows held in memory to the file.
   void Flush();
+
+  /// Rows taken out of memory, for the caller to write to the file (WriteTaken) while
+  /// other rows are written.
+  struct TakenRows {
+    std::unique_ptr<char[]> buffer;
+    size_t size = 0;
+  };
+  /// True once the rows in memory have reached kFlushSize. WriteRow hands them to the file
+  /// itself before the next row, unless they were taken first.
+  bool Full() const { return used_ >= kFlushSize; }
+  /// Takes the rows out of memory; another buffer takes their place.
+  TakenRows TakeRows();
+  /// Writes rows taken before. Calls must come in the order the rows were taken, one at a
+  /// time, never while Flush, Close, WriteNote or a WriteRow that finds the buffer full
+  /// runs; every other call may run meanwhile.
+  void WriteTaken(const TakenRows& rows);
+  /// Keeps the buffer of written rows for the next TakeRows.
+  void Recycle(TakenRows&& rows);
   /// The monotonic time (platform::MonotonicMs) at which the oldest row still held in
   /// memory was written; 0 when none is held.
   uint64_t BufferedSinceMs() const { return used_ > 0 ? buffered_since_ms_ : 0; }
@@ -107,6 +125,7 @@ class LogFile {
 
   platform::OutputFile file_;
   std::unique_ptr<char[]> buffer_;  // kFlushSize + kMaxRowSize bytes
+  std::unique_ptr<char[]> spare_;   // the same size, or null
   size_t used_ = 0;
   uint64_t buffered_since_ms_ = 0;
   int64_t size_ = 0;

@@ -208,7 +208,10 @@ TEST(LogFileTest, HeaderAtOnceRowsInWholeLinesFooterAtClose) {
   EXPECT_EQ(header, ReadFile(name)) << "rows wait in memory";
   EXPECT_NE(0U, log.BufferedSinceMs());
   write_while(static_cast<int64_t>(header.size()) + flush_size);
-  EXPECT_EQ(0U, log.BufferedSinceMs()) << "the full buffer went out";
+  EXPECT_TRUE(log.Full());
+  EXPECT_EQ(header, ReadFile(name)) << "a full buffer waits for the next row";
+  write_while(log.Size() + 1);
+  EXPECT_FALSE(log.Full());
   const ParsedLog flushed = ParseLog(ReadFile(name));
   EXPECT_TRUE(flushed.whole_lines) << "only whole rows ever reach the file";
   EXPECT_TRUE(flushed.bad_lines.empty());
@@ -230,6 +233,30 @@ TEST(LogFileTest, HeaderAtOnceRowsInWholeLinesFooterAtClose) {
   EXPECT_NE(std::string::npos,
             ReadFile(name).find("***NOTE: COMMENT 'hi'***\r\n***END DATE AND TIME "))
       << "the note after the rows, the footer last";
+}
+
+TEST(LogFileTest, TakenRowsGoOutInTheOrderTaken) {
+  TempDir dir;
+  const std::string name = dir.File("k.log");
+  LogFile log = LogFile::Create(name);
+  const platform::WallTime now = platform::WallNow();
+  log.WriteRow(CanRow{false, 1, 0x1, false, 0, {}}, now);
+  LogFile::TakenRows first = log.TakeRows();
+  EXPECT_EQ(0U, log.BufferedSinceMs());
+  log.WriteRow(CanRow{false, 1, 0x2, false, 0, {}}, now);
+  LogFile::TakenRows second = log.TakeRows();
+  log.WriteRow(CanRow{false, 1, 0x3, false, 0, {}}, now);
+  log.WriteTaken(first);
+  log.WriteTaken(second);
+  log.Recycle(std::move(first));
+  log.Recycle(std::move(second));
+  log.WriteRow(CanRow{false, 1, 0x4, false, 0, {}}, now);
+  log.Close();
+  const ParsedLog closed = ParseLog(ReadFile(name));
+  ASSERT_EQ(4U, closed.rows.size());
+  for (uint32_t i = 0; i < 4; ++i) EXPECT_EQ(i + 1, closed.rows[i].id);
+  EXPECT_TRUE(closed.footer && closed.bad_lines.empty());
+  EXPECT_EQ(0U, log.TakeRows().size) << "nothing to take without a file";
 }
 
 TEST(LogFileTest, MovingKeepsOneOwner) {

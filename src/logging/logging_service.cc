@@ -128,6 +128,7 @@ void LoggingService::Stop() {
   readers_.clear();
   {
     const std::lock_guard<std::mutex> hold(lock_);
+    const std::lock_guard<std::mutex> io(io_lock_);
     file_.Close();
   }
   lock_ready_ = false;
@@ -147,6 +148,7 @@ size_t LoggingService::Note(const char* format, ...) {
   std::vsnprintf(text, sizeof text, format, args);
   va_end(args);
   const std::lock_guard<std::mutex> hold(lock_);
+  const std::lock_guard<std::mutex> io(io_lock_);
   const size_t written = file_.WriteNote(text);
   file_.Flush();
   return written;
@@ -205,7 +207,7 @@ void LoggingService::LogRecords(int channel, const uint8_t* bytes, size_t size) 
   // Each row is formatted straight into the file's buffer: formatting outside the lock
   // would cost a second copy of every row, more than the lock's waits it would save.
   const platform::WallTime received = platform::WallNow();
-  const std::lock_guard<std::mutex> hold(lock_);
+  std::unique_lock<std::mutex> hold(lock_);
   for (const uint8_t* record = bytes; record + kFrameSize <= bytes + size; record += kFrameSize) {
     const uint32_t id = FrameWord(record, 0);
     if ((id & 0x80000000U) != 0) continue;  // a negative identifier: not a CAN record
@@ -220,17 +222,35 @@ void LoggingService::LogRecords(int channel, const uint8_t* bytes, size_t size) 
     const size_t length = file_.WriteRow(row, received);
     bytes_written_ += length;
     if (length > 0) ++rows_written_;
+    if (file_.Full()) WriteOutsideLock(hold);
   }
   const uint64_t since = file_.BufferedSinceMs();
-  if (since != 0 && platform::MonotonicMs() - since >= kFlushDelayMs) file_.Flush();
+  if (since != 0 && platform::MonotonicMs() - since >= kFlushDelayMs) {
+    const std::lock_guard<std::mutex> io(io_lock_);
+    file_.Flush();
+  }
+}
+
+void LoggingService::WriteOutsideLock(std::unique_lock<std::mutex>& hold) {
+  LogFile::TakenRows rows = file_.TakeRows();
+  // Taking the file's write lock before the service's lock is let go keeps the writes in
+  // the order the rows were taken; meanwhile the other readers go on writing rows.
+  std::unique_lock<std::mutex> io(io_lock_);
+  hold.unlock();
+  file_.WriteTaken(rows);
+  io.unlock();
+  hold.lock();
+  file_.Recycle(std::move(rows));
 }
 
 void LoggingService::Flush() {
   const std::lock_guard<std::mutex> hold(lock_);
+  const std::lock_guard<std::mutex> io(io_lock_);
   file_.Flush();
 }
 
 void LoggingService::RotateLocked() {
+  const std::lock_guard<std::mutex> io(io_lock_);
   RotateLogFile(file_, path_, name_, max_count_);
   if (file_.IsOpen()) ++files_opened_;
 }

@@ -85,12 +85,17 @@ class LoggingService {
   void LogRecords(int channel, const uint8_t* bytes, size_t size);
   void Flush();
   void RotateLocked();
+  // Writes the full buffer of rows with only io_lock_ held, then takes `hold` again.
+  void WriteOutsideLock(std::unique_lock<std::mutex>& hold);
 
   std::atomic<bool> lock_ready_{false};  // notes are taken
   std::atomic<bool> running_{false};
   std::atomic<bool> active_{false};
   std::vector<std::shared_ptr<Reader>> readers_;  // the command thread's only
 
+  // Writes to the file: taken after lock_ by every call that may write, and alone by the
+  // write of a full buffer, so that rows go on being written meanwhile.
+  std::mutex io_lock_;
   mutable std::mutex lock_;  // guards everything below
   LogFile file_;
   std::string path_;
