@@ -84,16 +84,22 @@ bool MakeDirectoryPath(const std::string& path) {
   return platform::MakeDirectory(path);
 }
 
-bool ScanLogFiles(std::string_view path, std::string_view base, LogScan& scan) {
-  scan = LogScan();
+namespace {
+
+// The summary of a scan over `entries` (in the order found), skipping those marked.
+LogScan Summarize(std::string_view path, const std::vector<platform::FoundFile>& entries,
+                  const std::vector<bool>& skipped) {
+  LogScan scan;
   int64_t oldest_time = 0;
   int64_t newest_time = 0;
   const platform::FoundFile* oldest = nullptr;
-  const std::vector<platform::FoundFile> found = platform::FindFiles(LogSearchPattern(path, base));
-  for (const platform::FoundFile& entry : found) {
+  for (size_t i = 0; i < entries.size(); ++i) {
+    if (skipped[i]) continue;
+    const platform::FoundFile& entry = entries[i];
     const int64_t index = LogIndexOfName(entry.name);
     if (scan.count == 0 || index < scan.lowest) scan.lowest = index;
     if (scan.count == 0 || index > scan.highest) scan.highest = index;
+    // Strictly older or newer replaces: of equal times the first found counts.
     if (scan.count == 0 || entry.write_time_ns < oldest_time) {
       oldest_time = entry.write_time_ns;
       scan.oldest = index;
@@ -106,7 +112,45 @@ bool ScanLogFiles(std::string_view path, std::string_view base, LogScan& scan) {
     ++scan.count;
   }
   if (oldest != nullptr) scan.oldest_name = LogFileName(path, oldest->name, {}, -1);
+  return scan;
+}
+
+}  // namespace
+
+bool ScanLogFiles(std::string_view path, std::string_view base, LogScan& scan) {
+  const std::vector<platform::FoundFile> found = platform::FindFiles(LogSearchPattern(path, base));
+  scan = Summarize(path, found, std::vector<bool>(found.size(), false));
   return scan.count > 0;
+}
+
+RotationPlan PlanRotation(std::string_view path, std::string_view base, int64_t max_count) {
+  const std::vector<platform::FoundFile> found = platform::FindFiles(LogSearchPattern(path, base));
+  const auto count = static_cast<int64_t>(found.size());
+  // As often as max_count or more files are there, the oldest goes; a scan after each
+  // deletion would find the next oldest the same way.
+  const int64_t deletions = count < max_count ? 0 : std::min(count, count - max_count + 1);
+  std::vector<size_t> by_age(found.size());
+  for (size_t i = 0; i < by_age.size(); ++i) by_age[i] = i;
+  std::stable_sort(by_age.begin(), by_age.end(), [&found](size_t a, size_t b) {
+    return found[a].write_time_ns < found[b].write_time_ns;
+  });
+  RotationPlan plan;
+  std::vector<bool> deleted(found.size(), false);
+  for (int64_t i = 0; i < deletions; ++i) {
+    const size_t entry = by_age[static_cast<size_t>(i)];
+    plan.doomed.push_back(LogFileName(path, found[entry].name, {}, -1));
+    // The next index comes from the last scan, the one before the last deletion.
+    if (i + 1 < deletions) deleted[entry] = true;
+  }
+  plan.next_index = NextLogIndex(Summarize(path, found, deleted), count - deletions);
+  return plan;
+}
+
+void DeleteLogFiles(const RotationPlan& plan) {
+  for (const std::string& name : plan.doomed) {
+    // A file that cannot be deleted would be the oldest again and again: the others stay.
+    if (!platform::RemoveFile(name)) break;
+  }
 }
 
 int64_t NextLogIndex(const LogScan& scan, int64_t remaining) {
@@ -223,24 +267,9 @@ LogFile OpenLogFile(std::string_view path, std::string_view base, int64_t index)
 
 void RotateLogFile(LogFile& file, std::string_view path, std::string_view base, int64_t max_count) {
   file.Close();
-  LogScan scan;
-  int64_t remaining = 0;
-  int64_t first_count = -1;
-  int64_t deletions = 0;
-  while (true) {
-    if (!ScanLogFiles(path, base, scan)) {
-      remaining = 0;
-      break;
-    }
-    remaining = scan.count;
-    if (remaining < max_count) break;
-    if (first_count < 0) first_count = scan.count;
-    platform::RemoveFile(scan.oldest_name);  // a failure still counts as a deletion
-    --remaining;
-    ++deletions;
-    if (remaining < max_count || deletions >= first_count) break;
-  }
-  file = OpenLogFile(path, base, NextLogIndex(scan, remaining));
+  const RotationPlan plan = PlanRotation(path, base, max_count);
+  DeleteLogFiles(plan);
+  file = OpenLogFile(path, base, plan.next_index);
 }
 
 }  // namespace kel

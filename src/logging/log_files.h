@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "logging/busmaster_format.h"
 #include "platform/files.h"
@@ -61,6 +62,22 @@ bool ScanLogFiles(std::string_view path, std::string_view base, LogScan& scan);
 /// sequence continues across the wrap from 99999 to 00000), else after the highest, else
 /// after the count.
 int64_t NextLogIndex(const LogScan& scan, int64_t remaining);
+
+/// What rotating a family of log files does to it.
+struct RotationPlan {
+  std::vector<std::string> doomed;  ///< path and name of the files to delete, oldest first
+  int64_t next_index = 0;           ///< the index of the file to open next
+};
+
+/// Plans a rotation from one scan of the family of `base` in `path`: as long as
+/// `max_count` or more files would remain, the oldest goes (by last-write time; of files
+/// written at the same time the first in name order), so that with the next file at most
+/// `max_count` remain; the next index follows NextLogIndex over the files the last
+/// deletion found.
+RotationPlan PlanRotation(std::string_view path, std::string_view base, int64_t max_count);
+
+/// Deletes the planned files in order, up to the first that cannot be deleted.
+void DeleteLogFiles(const RotationPlan& plan);
 
 /// An open BUSMASTER log, or none. A log with no file is legal everywhere: every writer
 /// then writes nothing and returns 0. Rows are collected in memory and reach the file in
@@ -139,7 +156,7 @@ RowClock& LogRowClock();
 LogFile OpenLogFile(std::string_view path, std::string_view base, int64_t index);
 
 /// Closes `file` (footer), deletes the oldest files of the family until fewer than
-/// `max_count` remain, then opens the next file into `file`.
+/// `max_count` remain (PlanRotation), then opens the next file into `file`.
 void RotateLogFile(LogFile& file, std::string_view path, std::string_view base, int64_t max_count);
 
 }  // namespace kel

@@ -356,5 +356,44 @@ TEST(RotateLogFileTest, RotationsFasterThanTheFileSystemClockKeepTheirOrder) {
   EXPECT_EQ(expected, Names(dir));
 }
 
+TEST(PlanRotationTest, DoomsTheOldestAndFollowsTheNewest) {
+  struct Case {
+    const char* rule;
+    std::vector<int> indexes;  // oldest first
+    int64_t max_count;
+    std::vector<int> doomed;
+    int64_t next;
+  };
+  const Case cases[] = {
+      {"room left", {4, 5, 6}, 10, {}, 7},
+      {"full", {0, 1, 2, 3}, 4, {0}, 4},
+      {"surplus", {7, 3, 9, 1, 2}, 3, {7, 3, 9}, 3},
+      {"across the wrap", {99998, 99999, 0}, 2, {99998, 99999}, 1},
+      {"keep none", {5, 6}, 0, {5, 6}, 0},
+      {"empty", {}, 10, {}, 0},
+  };
+  for (const Case& c : cases) {
+    TempDir dir;
+    int age = -100;
+    for (int index : c.indexes) MakeLog(dir, Index(index), age++);
+    const RotationPlan plan = PlanRotation(dir.Path().string(), "kelcmd.log", c.max_count);
+    std::vector<std::string> doomed;
+    for (int index : c.doomed) doomed.push_back(dir.File(Index(index)));
+    EXPECT_EQ(doomed, plan.doomed) << c.rule;
+    EXPECT_EQ(c.next, plan.next_index) << c.rule;
+  }
+}
+
+TEST(PlanRotationTest, AFileThatCannotBeDeletedKeepsTheOthers) {
+  TempDir dir;
+  fs::create_directory(dir.File(Index(0)));  // the oldest, and no file
+  fs::last_write_time(dir.File(Index(0)), fs::file_time_type::clock::now() - std::chrono::hours(1));
+  for (int i = 1; i <= 4; ++i) MakeLog(dir, Index(i), i - 10);
+  const RotationPlan plan = PlanRotation(dir.Path().string(), "kelcmd.log", 3);
+  ASSERT_EQ(3U, plan.doomed.size());
+  DeleteLogFiles(plan);
+  EXPECT_EQ(5U, Names(dir).size());
+}
+
 }  // namespace
 }  // namespace kel

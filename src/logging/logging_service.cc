@@ -1,5 +1,6 @@
 #include "logging/logging_service.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdarg>
@@ -72,8 +73,8 @@ void LoggingService::Start(const LoggingConfig& config) {
   lock_ready_ = true;
   running_ = true;
   {
-    const std::lock_guard<std::mutex> hold(lock_);
-    RotateLocked();
+    std::unique_lock<std::mutex> hold(lock_);
+    Rotate(hold);
   }
 
   const uint32_t ip = InetAddr(config.address);
@@ -212,7 +213,7 @@ void LoggingService::LogRecords(int channel, const uint8_t* bytes, size_t size) 
     const uint32_t id = FrameWord(record, 0);
     if ((id & 0x80000000U) != 0) continue;  // a negative identifier: not a CAN record
     const uint32_t flags = FrameWord(record, 1);
-    if (static_cast<uint64_t>(file_.Size()) >= size_limit_) RotateLocked();
+    if (static_cast<uint64_t>(file_.Size()) >= size_limit_) Rotate(hold);
     CanRow row;
     row.channel = channel;
     row.id = id;
@@ -249,10 +250,23 @@ void LoggingService::Flush() {
   file_.Flush();
 }
 
-void LoggingService::RotateLocked() {
-  const std::lock_guard<std::mutex> io(io_lock_);
-  RotateLogFile(file_, path_, name_, max_count_);
+void LoggingService::Rotate(std::unique_lock<std::mutex>& hold) {
+  std::unique_lock<std::mutex> io(io_lock_);
+  file_.Close();
+  RotationPlan plan = PlanRotation(path_, name_, max_count_);
+  const std::string next = LogFileName(path_, name_, {}, plan.next_index);
+  if (std::find(plan.doomed.begin(), plan.doomed.end(), next) != plan.doomed.end()) {
+    DeleteLogFiles(plan);  // the next file takes the name of one to delete: delete first
+    plan.doomed.clear();
+  }
+  file_ = OpenLogFile(path_, name_, plan.next_index);
   if (file_.IsOpen()) ++files_opened_;
+  // Deleting a large file takes a while: the other readers write rows meanwhile. The
+  // write lock keeps the next rotation and every write waiting until it is done.
+  hold.unlock();
+  DeleteLogFiles(plan);
+  io.unlock();
+  hold.lock();
 }
 
 LoggingService& Logging() {

@@ -84,7 +84,9 @@ class LoggingService {
   // Writes the whole records of `bytes` as rows of `channel`, rotating by size.
   void LogRecords(int channel, const uint8_t* bytes, size_t size);
   void Flush();
-  void RotateLocked();
+  // Closes the file, opens the next one and deletes the oldest, the last with only
+  // io_lock_ held; `hold` is held again on return.
+  void Rotate(std::unique_lock<std::mutex>& hold);
   // Writes the full buffer of rows with only io_lock_ held, then takes `hold` again.
   void WriteOutsideLock(std::unique_lock<std::mutex>& hold);
 
