@@ -26,7 +26,7 @@ namespace fs = std::filesystem;
 using testing::ReadFile;
 using testing::TempDir;
 
-constexpr int kWaitMs = 30000;
+constexpr int kWaitMs = 60000;  // generous: sanitizer builds on a busy machine
 
 class LoggingTest : public ::testing::Test {
  protected:
