@@ -88,7 +88,9 @@ class TcpServer {
   bool Send(TcpClient& client, const void* data, size_t size) { return client.Send(data, size); }
 
   /// Closes every listening slot and every client, and joins their threads (each with
-  /// platform::kThreadJoinLimitMs). The slots are gone afterwards.
+  /// platform::kThreadJoinLimitMs; one still running then is detached with a note). The
+  /// slots are gone afterwards. A callback that waits on anything but the client's socket
+  /// must be woken by its owner first.
   void Stop();
 
   /// How many clients are connected now.
