@@ -43,7 +43,14 @@ class OutputFile {
   OutputFile() = default;
   ~OutputFile() { Close(); }
   OutputFile(OutputFile&& other) noexcept : handle_(other.handle_) { other.handle_ = kNone; }
-  OutputFile& operator=(OutputFile&& other) noexcept;
+  OutputFile& operator=(OutputFile&& other) noexcept {
+    if (this != &other) {
+      Close();
+      handle_ = other.handle_;
+      other.handle_ = kNone;
+    }
+    return *this;
+  }
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 

@@ -47,15 +47,6 @@ std::vector<FoundFile> FindFiles(const std::string& pattern) {
   return found;
 }
 
-OutputFile& OutputFile::operator=(OutputFile&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = other.handle_;
-    other.handle_ = kNone;
-  }
-  return *this;
-}
-
 bool OutputFile::Create(const std::string& path) {
   Close();
   int fd = -1;

@@ -45,15 +45,6 @@ std::vector<FoundFile> FindFiles(const std::string& pattern) {
   return found;
 }
 
-OutputFile& OutputFile::operator=(OutputFile&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = other.handle_;
-    other.handle_ = kNone;
-  }
-  return *this;
-}
-
 bool OutputFile::Create(const std::string& path) {
   Close();
   // No security attributes: the handle is not inherited by child processes.
