@@ -311,38 +311,6 @@ TEST(RotateLogFileTest, ContinuesAcrossTheWrap) {
   EXPECT_EQ(10U, Names(dir).size());
 }
 
-TEST(RotateLogFileTest, NewestAtTheEndOfTheRangeWrapsToZero) {
-  TempDir dir;
-  MakeLog(dir, Index(99998), -2);
-  MakeLog(dir, Index(99999), -1);
-  LogFile log;
-  RotateLogFile(log, dir.Path().string(), "kelcmd.log", 10);
-  EXPECT_TRUE(fs::exists(dir.File(Index(0))));
-  log.Close();
-  fs::last_write_time(dir.File(Index(0)), fs::file_time_type::clock::now());
-  RotateLogFile(log, dir.Path().string(), "kelcmd.log", 10);
-  EXPECT_TRUE(fs::exists(dir.File(Index(1)))) << "after the wrapped newest, not over it";
-  EXPECT_EQ(4U, Names(dir).size());
-}
-
-TEST(RotateLogFileTest, PrunesSurplusFilesAndStartsAtZeroInAnEmptyDirectory) {
-  TempDir dir;
-  LogFile log;
-  RotateLogFile(log, dir.File("new"), "kelcmd.log", 3);
-  EXPECT_TRUE(fs::exists(dir.File("new/" + Index(0))));
-  log.Close();
-
-  TempDir crowded;
-  for (int i = 0; i < 6; ++i) MakeLog(crowded, Index(i), i - 10);
-  RotateLogFile(log, crowded.Path().string(), "kelcmd.log", 3);
-  EXPECT_EQ((std::vector<std::string>{Index(4), Index(5), Index(6)}), Names(crowded));
-
-  TempDir single;
-  MakeLog(single, Index(7), -1);
-  RotateLogFile(log, single.Path().string(), "kelcmd.log", 1);
-  EXPECT_EQ((std::vector<std::string>{Index(0)}), Names(single)) << "nothing left: index 0";
-}
-
 TEST(RotateLogFileTest, RotationsFasterThanTheFileSystemClockKeepTheirOrder) {
   TempDir dir;
   LogFile log;
