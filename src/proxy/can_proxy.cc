@@ -83,7 +83,8 @@ struct CanProxy::Core {
   int Forward(TcpClient& client, const uint8_t* data, size_t size);
   void CloseUpstream(TcpClient& client);
   void Relay(Upstream& upstream, TcpClient& client);
-  void Unregister(const std::shared_ptr<Upstream>& upstream);
+  // Wakes and forgets a device connection; returns whether the proxy is stopping.
+  bool Unregister(const std::shared_ptr<Upstream>& upstream);
   // Wakes every thread that waits on a device connection, and refuses new ones.
   void BeginStop();
 };
@@ -111,9 +112,11 @@ int CanProxy::Core::OpenUpstream(const std::shared_ptr<Core>& self,
   }
   if (!upstream->socket.Valid() ||
       !platform::ConnectBlocking(upstream->socket, {device_ip, static_cast<uint16_t>(port)})) {
-    Report(sink, MessageLevel::kError, kUpstreamFailedText, device_address.c_str(),
-           static_cast<long long>(port));
-    Unregister(upstream);
+    // A connect that the stop broke off is no failure of the device.
+    if (!Unregister(upstream)) {
+      Report(sink, MessageLevel::kError, kUpstreamFailedText, device_address.c_str(),
+             static_cast<long long>(port));
+    }
     return -1;
   }
   if (!upstream->relay.Start([self, upstream, client] { self->Relay(*upstream, *client); })) {
@@ -154,10 +157,11 @@ void CanProxy::Core::CloseUpstream(TcpClient& client) {
   }
 }
 
-void CanProxy::Core::Unregister(const std::shared_ptr<Upstream>& upstream) {
+bool CanProxy::Core::Unregister(const std::shared_ptr<Upstream>& upstream) {
   std::lock_guard lock(mutex);
   upstream->socket.Shutdown();
   upstreams.erase(upstream);
+  return stopping;
 }
 
 void CanProxy::Core::BeginStop() {

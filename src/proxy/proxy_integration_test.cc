@@ -468,9 +468,10 @@ TEST_F(CanProxyTest, AStopEndsADeviceConnectionThatIsStillBeingMade) {
   }
   platform::SleepMs(50);
   const Resources before_start = Count();
+  int first = 0;
   {
     CanProxy proxy(sink_);
-    const int first = StartOnFreePorts(proxy, device_port);
+    first = StartOnFreePorts(proxy, device_port);
     ASSERT_NE(0, first);
     FrameClient client;
     ASSERT_TRUE(client.Connect(Loopback(first)));
@@ -478,9 +479,10 @@ TEST_F(CanProxyTest, AStopEndsADeviceConnectionThatIsStillBeingMade) {
     platform::SleepMs(100);  // the proxy now waits in its connect
     proxy.Stop();
   }
-  // A thread the stop could not wake would have been left running with a note.
+  // A thread the stop could not wake would have been left running with a note; the broken
+  // off connect is no error of the device.
   EXPECT_TRUE(Same(before_start, SettleTo(before_start)));
-  EXPECT_EQ(std::string::npos, sink_.Shown().find("detached")) << sink_.Shown();
+  EXPECT_EQ(ListeningFrom(first, kProxyPortCount), sink_.Shown());
 }
 
 TEST_F(CanProxyTest, RefusesClientsThatWouldBeRelayedIntoTheProxyItself) {
