@@ -12,6 +12,7 @@
 #include "platform/subprocess.h"
 #include "sim/config.h"
 #include "sim/frame_client.h"
+#include "shell/result.h"
 #include "support/programs.h"
 #include "support/temp_dir.h"
 
@@ -169,7 +170,7 @@ TEST_F(CanTrafficEndToEndTest, ALostFrameEndsTheReceiverWithIntegrityFailed) {
   EXPECT_EQ("300 messages sent\r\n", AfterProgress(sender.output, kSendingLine));
   // The 100th frame, counter 99, is lost: counter 100 arrives where 99 is due.
   EXPECT_TRUE(received.exited);
-  EXPECT_EQ(241, received.status) << "-15 in 8 bits";
+  EXPECT_EQ(testing::StatusOf(kErrIntegrity), received.status);
   EXPECT_EQ(0U, received.output.find("Receiving CAN data: 1 / 300 @ 1 msg/s\n"))
       << "the first line comes at once, however fast the stream";
   EXPECT_EQ("99/300 received ERROR -15: Integrity failed\r\n",
@@ -184,7 +185,7 @@ TEST_F(CanTrafficEndToEndTest, AnEchoThatNeverComesFailsAfterFifteenSeconds) {
   const ProgramRun sender = Kelcmd(On(board, 0, "send 0x123:EXTIO:11*3"));
   EXPECT_GE(platform::MonotonicMs() - start, 15000U) << "the wait lasts its whole limit";
   EXPECT_TRUE(sender.exited);
-  EXPECT_EQ(244, sender.status) << "-12 in 8 bits";
+  EXPECT_EQ(testing::StatusOf(kErrSendAck), sender.status);
   EXPECT_EQ("1/3 sent ERROR -12: SendAck failed\r\n", sender.output);
 }
 

@@ -16,6 +16,7 @@
 #include "platform/subprocess.h"
 #include "sim/frame_client.h"
 #include "sim/simulator.h"
+#include "shell/result.h"
 #include "support/programs.h"
 #include "support/temp_dir.h"
 
@@ -106,7 +107,7 @@ TEST_F(LoggingTest, ActiveAtStartUpLogsUntilShutdown) {
 TEST_F(LoggingTest, CommentWithoutLoggingFailsTheBatch) {
   const testing::ProgramRun run =
       testing::RunKelcmd({"log", "comment", "x;", "log"}, "", dir_.Path().string());
-  EXPECT_EQ(256 - 110, run.status);
+  EXPECT_EQ(testing::StatusOf(kErrLogging), run.status);
   EXPECT_EQ("ERROR -110: Logging not active\r\n", run.output);
 }
 

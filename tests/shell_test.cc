@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "shell/result.h"
 #include "support/programs.h"
 #include "support/temp_dir.h"
 
@@ -85,11 +86,11 @@ TEST_F(ShellTest, BatchModeJoinsWordsAndExitsWithTheResult) {
   EXPECT_EQ("socket = off\nworker = off\n", run.output);
 
   run = Kelcmd({"nosuchcmd"});
-  EXPECT_EQ(156, run.status) << "-100 in eight bits";
+  EXPECT_EQ(testing::StatusOf(kErrBadCommand), run.status);
   EXPECT_EQ("ERROR -100: Bad or invalid command\r\n", run.output);
 
   run = Kelcmd({"-p1", "reset", "can"});
-  EXPECT_EQ(246, run.status) << "-10 in eight bits";
+  EXPECT_EQ(testing::StatusOf(kErrConnect), run.status);
   EXPECT_EQ("ERROR -10: Connect failed\r\n", run.output);
 }
 
@@ -138,7 +139,7 @@ TEST_F(ShellTest, BannerShowsProxyAndLogging) {
 
 TEST_F(ShellTest, DelayCountsDownAndAcceptsUnits) {
   const ProgramRun run = Kelcmd({"delay", "0.2s;", "delay"});
-  EXPECT_EQ(156 - 2, run.status);
+  EXPECT_EQ(testing::StatusOf(kErrBadArgs), run.status);
   EXPECT_EQ("Sleeping 0s     \r\nERROR -102: Bad or missing arguments (try 'help delay')\r\n",
             run.output);
 }

@@ -6,6 +6,10 @@
 
 namespace kel::platform {
 
+/// Makes standard output and error write their bytes as they are (Windows would turn
+/// every "\n" into "\r\n"), so that both platforms print the same texts.
+void UseBinaryStandardStreams();
+
 /// True when standard input is an interactive terminal.
 bool StdinIsTerminal();
 

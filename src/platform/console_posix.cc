@@ -77,6 +77,8 @@ InterruptShield::~InterruptShield() {
   sigaction(SIGINT, &action, nullptr);
 }
 
+void UseBinaryStandardStreams() {}
+
 bool StdinIsTerminal() { return isatty(STDIN_FILENO) == 1; }
 
 bool KeyPressed() {

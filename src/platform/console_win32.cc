@@ -1,4 +1,5 @@
 #include <conio.h>
+#include <fcntl.h>
 #include <io.h>
 #include <windows.h>
 
@@ -21,6 +22,11 @@ BOOL WINAPI OnControl(DWORD type) { return type == CTRL_C_EVENT ? TRUE : FALSE; 
 InterruptShield::InterruptShield() { SetConsoleCtrlHandler(OnControl, TRUE); }
 
 InterruptShield::~InterruptShield() { SetConsoleCtrlHandler(OnControl, FALSE); }
+
+void UseBinaryStandardStreams() {
+  _setmode(_fileno(stdout), _O_BINARY);
+  _setmode(_fileno(stderr), _O_BINARY);
+}
 
 bool StdinIsTerminal() { return _isatty(_fileno(stdin)) != 0; }
 

@@ -356,10 +356,10 @@ TEST_F(CanProxyTest, RelaysBytesExactlyAndPassesTheDevicesEndToTheClient) {
 
   FrameClient client;
   ASSERT_TRUE(client.Connect(Loopback(first)));
-  std::vector<uint8_t> sent;
-  for (uint32_t i = 1; i <= 3; ++i) {
-    const FrameBytes frame = Numbered(i);
-    sent.insert(sent.end(), frame.begin(), frame.end());
+  std::vector<uint8_t> sent(3 * kFrameSize);
+  for (uint32_t i = 0; i < 3; ++i) {
+    const FrameBytes frame = Numbered(i + 1);
+    std::copy(frame.begin(), frame.end(), sent.begin() + i * kFrameSize);
   }
   ASSERT_TRUE(client.SendBytes(sent.data(), 20));  // one frame and a part
   platform::SleepMs(20);

@@ -165,6 +165,7 @@ std::string BannerText() {
 
 int KelcmdMain(int argc, char** argv) {
   const platform::SocketLibrary sockets;  // started first, cleaned up last
+  platform::UseBinaryStandardStreams();
   std::string joined;
   LoadSettings("");
   if (argc > 0 && argv[0] != nullptr) {

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/console.h"
 #include "platform/signals.h"
 #include "platform/socket.h"
 #include "sim/options.h"
@@ -13,6 +14,7 @@ int main(int argc, char** argv) {
   // First, so that the board's thread leaves the termination signals to this one.
   kel::platform::TerminationSignals signals;
   kel::platform::SocketLibrary sockets;
+  kel::platform::UseBinaryStandardStreams();
 
   std::string error;
   const std::vector<std::string> args(argv + 1, argv + argc);

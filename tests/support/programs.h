@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
+
+#include "platform/process.h"
 
 namespace kel::testing {
 
@@ -18,6 +21,10 @@ struct ProgramRun {
 ProgramRun RunProgram(const std::string& program, const std::vector<std::string>& args,
                       const std::string& input, const std::string& working_dir,
                       int timeout_ms = 60000);
+
+/// The exit status that carries the command result `result`: its low 8 bits on Linux
+/// (-100 is 156), the whole result on Windows.
+inline int StatusOf(int32_t result) { return platform::ExitStatusForResult(result); }
 
 /// RunProgram for build/bin/kelcmd.
 ProgramRun RunKelcmd(const std::vector<std::string>& args, const std::string& input,
