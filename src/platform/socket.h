@@ -35,7 +35,9 @@ class Socket {
   SocketHandle Handle() const { return handle_; }
   SocketHandle Release();
   void Close();
-  /// Shuts both directions down without closing: a thread blocked on the socket wakes.
+  /// Shuts both directions down without closing: a thread blocked in a receive, send or
+  /// connect on the socket wakes. A thread blocked in Accept may not (Windows): accept
+  /// loops wait for a client in bounded slices and check their stop flag between them.
   void Shutdown() const;
 
  private:

@@ -74,7 +74,11 @@ void Socket::Close() {
 }
 
 void Socket::Shutdown() const {
-  if (handle_ != kInvalidSocket) shutdown(static_cast<SOCKET>(handle_), SD_BOTH);
+  if (handle_ == kInvalidSocket) return;
+  shutdown(static_cast<SOCKET>(handle_), SD_BOTH);
+  // Winsock's shutdown does not wake a thread blocked in accept, recv or connect on the
+  // socket; cancelling the socket's pending I/O does.
+  CancelIoEx(reinterpret_cast<HANDLE>(handle_), nullptr);
 }
 
 std::string DottedAddress(uint32_t ip) {

@@ -30,6 +30,7 @@ constexpr size_t kBlockSize = 8192;
 // A failed accept that is not the stop (a full descriptor table, say) is retried after a
 // pause rather than at once.
 constexpr uint32_t kAcceptRetryMs = 10;
+constexpr int kAcceptSliceMs = 200;
 
 int ByteCount(size_t size) { return static_cast<int>(size); }
 
@@ -88,6 +89,11 @@ struct TcpServer::Core {
 void TcpServer::Core::AcceptLoop(const std::shared_ptr<Core>& self,
                                  const std::shared_ptr<Slot>& slot) {
   while (!slot->stopping) {
+    // Shutting a listener down does not wake an accept everywhere, so the loop waits for
+    // a client in slices and looks at its stop flag between them.
+    if (platform::WaitReadable(slot->listener, kAcceptSliceMs) != platform::WaitStatus::kReadable) {
+      continue;
+    }
     platform::SocketAddress peer;
     platform::Socket socket = platform::Accept(slot->listener, &peer);
     if (!socket.Valid()) {
