@@ -14,9 +14,9 @@
 #include "logging/parsed_log.h"
 #include "platform/clock.h"
 #include "platform/subprocess.h"
+#include "shell/result.h"
 #include "sim/frame_client.h"
 #include "sim/simulator.h"
-#include "shell/result.h"
 #include "support/programs.h"
 #include "support/temp_dir.h"
 
@@ -69,7 +69,7 @@ class LoggingTest : public ::testing::Test {
 };
 
 TEST_F(LoggingTest, ActiveAtStartUpLogsUntilShutdown) {
-  const std::string log_dir = dir_.File("logs/run");  // both levels are created
+  const std::string log_dir = (dir_.Path() / "logs" / "run").string();  // both levels are made
   WriteSettings(log_dir);
   const testing::ProgramRun run =
       testing::RunKelcmd({}, "log\nlog comment hello\nquit\n", dir_.Path().string());
@@ -98,7 +98,7 @@ TEST_F(LoggingTest, ActiveAtStartUpLogsUntilShutdown) {
       run.output);
 
   ASSERT_EQ(std::vector<std::string>{"kelcmd_00000.log"}, LogNames(log_dir));
-  const ParsedLog log = ParseLog(ReadFile(log_dir + "/kelcmd_00000.log"));
+  const ParsedLog log = ParseLog(ReadFile((fs::path(log_dir) / "kelcmd_00000.log").string()));
   EXPECT_TRUE(log.header && log.footer && log.bad_lines.empty());
   EXPECT_EQ(std::vector<std::string>{"COMMENT 'hello'"}, log.notes);
   EXPECT_TRUE(WaitForClients(0)) << "the logger's connections closed at shutdown";
@@ -163,8 +163,11 @@ TEST_F(LoggingTest, KilledMidLogLeavesWholeFiles) {
   ASSERT_LT(names.size(), 50U);
   std::map<int, uint32_t> next;  // row channel -> next counter
   for (size_t f = 0; f < names.size(); ++f) {
-    const ParsedLog log = ParseLog(ReadFile(log_dir + "/" + names[f]));
+    const std::string text = ReadFile((fs::path(log_dir) / names[f]).string());
+    const ParsedLog log = ParseLog(text);
     const bool open = f + 1 == names.size();
+    // The kill may come between the creation of the newest file and its header.
+    if (open && text.empty()) continue;
     EXPECT_TRUE(log.header) << names[f];
     EXPECT_EQ(!open, log.footer) << names[f];
     if (open) {

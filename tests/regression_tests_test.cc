@@ -106,10 +106,12 @@ TEST_F(RegressionTestsTest, RtestRepeatsUntilATestFails) {
   EXPECT_NE(std::string::npos, text.find("Test 2 result : failed\n\n"));
 }
 
-#ifndef _WIN32
 // At a terminal (here a pseudo-terminal made by script(1)) a key ends the wait, and
 // Ctrl-C ends the workers, which report it, while the shell goes on.
 TEST_F(RegressionTestsTest, AKeyBreaksTheRunAndCtrlCEndsTheWorkers) {
+#ifdef _WIN32
+  GTEST_SKIP() << "needs a pseudo-terminal (script) and a POSIX shell";
+#endif
   const KelsimProcess board;
   const std::string port = std::to_string(board.BasePort());
   testing::WriteFile(dir_.File("kelcmd.ini"), "[PROXY]\nProxyPort = " + port + "\n");
@@ -131,7 +133,6 @@ TEST_F(RegressionTestsTest, AKeyBreaksTheRunAndCtrlCEndsTheWorkers) {
       << run.output;
   EXPECT_NE(std::string::npos, run.output.find("Test 1 result : failed"));
 }
-#endif
 
 }  // namespace
 }  // namespace kel

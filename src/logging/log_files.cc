@@ -173,12 +173,17 @@ LogFile& LogFile::operator=(LogFile&& other) noexcept {
 }
 
 LogFile LogFile::Create(const std::string& name) {
+  // Everything is ready before the file exists, so that the header follows its creation
+  // at once: a process that dies in between leaves an empty file, never a partial header.
   LogFile log;
-  if (!log.file_.Create(name)) return log;
-  log.buffer_ = std::make_unique<char[]>(kFlushSize + kMaxRowSize);
   const std::string header = HeaderText(CurrentDateTimeText());
+  log.buffer_ = std::make_unique_for_overwrite<char[]>(kFlushSize + kMaxRowSize);
+  if (!log.file_.Create(name)) {
+    log.buffer_.reset();
+    return log;
+  }
   log.Append(header.data(), header.size());
-  log.Flush();  // a file always begins with its whole header
+  log.Flush();
   return log;
 }
 

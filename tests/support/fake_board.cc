@@ -25,7 +25,8 @@ bool FakeBoard::ReadFrame(platform::Socket& client, FrameBytes& frame, int timeo
   size_t have = 0;
   while (have < frame.size()) {
     if (platform::WaitReadable(client, timeout_ms) != platform::WaitStatus::kReadable) return false;
-    const platform::IoResult r = platform::Receive(client, frame.data() + have, frame.size() - have);
+    const platform::IoResult r =
+        platform::Receive(client, frame.data() + have, frame.size() - have);
     if (r.status != platform::IoStatus::kOk) return false;
     have += r.bytes;
   }

@@ -38,8 +38,13 @@ KelsimProcess::KelsimProcess(const std::vector<std::string>& args)
 }
 
 KelsimProcess::~KelsimProcess() {
+  if (!stopped_) Stop();
+}
+
+platform::ChildExit KelsimProcess::Stop() {
+  stopped_ = true;
   process_.Terminate();
-  process_.Wait(static_cast<int>(kLongMs));
+  return process_.Wait(static_cast<int>(kLongMs));
 }
 
 platform::SocketAddress KelsimProcess::Address(int channel) const {

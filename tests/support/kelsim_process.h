@@ -28,11 +28,15 @@ class KelsimProcess {
   /// Waits until the board counts `count` clients on all channels together.
   bool WaitForClients(uint32_t count) const;
 
+  /// Asks kelsim to end (SIGTERM on Linux; on Windows it is terminated) and waits for it.
+  platform::ChildExit Stop();
+
  private:
   TempDir dir_;
   std::string output_;
   platform::ChildProcess process_;
   uint16_t base_port_ = 0;
+  bool stopped_ = false;
 };
 
 }  // namespace kel::testing

@@ -17,23 +17,31 @@ std::string BuildPath(const char* path) {
   return text;
 }
 
-ProgramRun RunProgram(const std::string& program, const std::vector<std::string>& args,
-                      const std::string& input, const std::string& working_dir, int timeout_ms) {
+RunningProgram::RunningProgram(const std::string& program, const std::vector<std::string>& args,
+                               const std::string& input, const std::string& working_dir) {
   std::vector<std::string> argv{program};
   argv.insert(argv.end(), args.begin(), args.end());
-  platform::ChildProcess child;
   platform::ChildProcess::Options options;
   options.output = platform::ChildProcess::OutputMode::kCapture;
   options.merge_stderr = true;
   options.stdin_text = input;
   options.working_dir = working_dir;
+  started_ = process_.Start(argv, options);
+}
+
+ProgramRun RunningProgram::Finish(int timeout_ms) {
   ProgramRun run;
-  if (!child.Start(argv, options)) return run;
-  const platform::ChildExit end = child.Wait(timeout_ms);
+  if (!started_) return run;
+  const platform::ChildExit end = process_.Wait(timeout_ms);
   run.exited = end.exited && !end.timed_out;
   run.status = end.status;
-  run.output = child.CapturedOutput();
+  run.output = process_.CapturedOutput();
   return run;
+}
+
+ProgramRun RunProgram(const std::string& program, const std::vector<std::string>& args,
+                      const std::string& input, const std::string& working_dir, int timeout_ms) {
+  return RunningProgram(program, args, input, working_dir).Finish(timeout_ms);
 }
 
 ProgramRun RunKelcmd(const std::vector<std::string>& args, const std::string& input,

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/process.h"
+#include "platform/subprocess.h"
 
 namespace kel::testing {
 
@@ -16,8 +17,24 @@ struct ProgramRun {
   std::string output;
 };
 
-/// Runs `program` with `args` in `working_dir`, feeding `input` to its standard input
-/// (which then reaches its end). A program still running after `timeout_ms` is killed.
+/// `program` with `args`, started in `working_dir` with `input` fed to its standard input
+/// (which then reaches its end); its output is collected until Finish.
+class RunningProgram {
+ public:
+  RunningProgram(const std::string& program, const std::vector<std::string>& args,
+                 const std::string& input, const std::string& working_dir);
+  RunningProgram(const RunningProgram&) = delete;
+  RunningProgram& operator=(const RunningProgram&) = delete;
+
+  /// Waits for the end; a program still running after `timeout_ms` is killed.
+  ProgramRun Finish(int timeout_ms = 60000);
+
+ private:
+  platform::ChildProcess process_;
+  bool started_ = false;
+};
+
+/// Runs a program to its end: RunningProgram, then Finish.
 ProgramRun RunProgram(const std::string& program, const std::vector<std::string>& args,
                       const std::string& input, const std::string& working_dir,
                       int timeout_ms = 60000);
