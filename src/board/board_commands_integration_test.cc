@@ -4,60 +4,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <memory>
 
-#include "config/settings.h"
 #include "device/command_codes.h"
-#include "device/device_link.h"
-#include "shell/executor.h"
 #include "sim/simulator.h"
+#include "support/board_fixture.h"
 
 namespace kel {
 namespace {
 
-struct LineRun {
-  ResultCode result = 0;
-  std::string text;
-};
+using testing::Command;
 
-FrameBytes Command(uint32_t code, uint32_t value1 = 0, uint32_t value2 = 0, uint32_t value3 = 0) {
-  return EncodeCommand(CommandFrame{code, value1, value2, value3});
-}
-
-class BoardCommandsTest : public ::testing::Test {
- protected:
-  void SetUp() override { StartBoard(sim::Faults()); }
-  void TearDown() override { CurrentSettings() = Settings(); }
-
-  void StartBoard(const sim::Faults& faults) {
-    sim::Config config;
-    config.base_port = 0;
-    config.record_frames = true;
-    config.faults = faults;
-    board_ = std::make_unique<sim::Simulator>(config);
-    ASSERT_TRUE(board_->Start()) << board_->Error();
-  }
-
-  LineRun Run(std::string_view line, int channel = 0) {
-    CurrentSettings().device_channel = channel;
-    Output out(8192);
-    LineRun run;
-    run.result = RunCommandLine({"127.0.0.1", board_->Port(channel)}, line, out);
-    run.text = std::string(out.Text());
-    return run;
-  }
-
-  // The frames the board took on `channel`, once it has taken `count` of them.
-  std::vector<FrameBytes> Frames(size_t count, int channel = 0) {
-    EXPECT_TRUE(board_->WaitForReceivedFrames(channel, count, 20000));
-    return board_->ReceivedFrames(channel);
-  }
-
-  std::unique_ptr<sim::Simulator> board_;
-};
+class BoardCommandsTest : public testing::BoardTest {};
 
 TEST_F(BoardCommandsTest, SetClearAndToggleSendTheMaskAndReadThePinsBack) {
-  LineRun run = Run("set 23V,CAN1");
+  testing::LineRun run = Run("set 23V,CAN1");
   EXPECT_GE(run.result, 0);
   EXPECT_EQ("Output bits (0x0500):\nCAN1 23V power = on\n23V power = on\n", run.text);
   EXPECT_EQ((std::vector<FrameBytes>{Command(code::kSetOut, 0x05000000), Command(code::kOutputs)}),
@@ -83,7 +43,7 @@ TEST_F(BoardCommandsTest, SetClearAndToggleSendTheMaskAndReadThePinsBack) {
 
 TEST_F(BoardCommandsTest, PinListsThatNameNothingAreRefusedWithTheNames) {
   for (const char* line : {"set", "clear nothing", "toggle ,;", "yank bogus", "out nothing"}) {
-    const LineRun run = Run(line);
+    const testing::LineRun run = Run(line);
     EXPECT_EQ(kErrBadIo, run.result) << line;
     EXPECT_EQ(0U, run.text.find("ERROR -103: Bad or missing io argument (try 'P0.13'/'b1'/"))
         << line;
@@ -97,7 +57,7 @@ TEST_F(BoardCommandsTest, PinListsThatNameNothingAreRefusedWithTheNames) {
 TEST_F(BoardCommandsTest, YankTogglesAndRestores) {
   Run("set 23V");
   board_->ClearReceivedFrames();
-  const LineRun run = Run("yank 23V,CAN1 20ms");
+  const testing::LineRun run = Run("yank 23V,CAN1 20ms");
   EXPECT_EQ("Output bits (0x0400):\nCAN1 23V power = off\n23V power = on\n", run.text);
   EXPECT_EQ(
       (std::vector<FrameBytes>{Command(code::kToggleOut, 0x05000000),
@@ -106,7 +66,7 @@ TEST_F(BoardCommandsTest, YankTogglesAndRestores) {
 }
 
 TEST_F(BoardCommandsTest, BaudWritesReadsBackAndPrints) {
-  LineRun run = Run("baud 250k;baudrate 0.25M;baud 1000000", 2);
+  testing::LineRun run = Run("baud 250k;baudrate 0.25M;baud 1000000", 2);
   EXPECT_EQ(
       "Baudrate 250 kbaud (0x00000003)\nBaudrate 250 kbaud (0x00000003)\n"
       "Baudrate 1 Mbaud (0x00000005)\n",
@@ -132,7 +92,7 @@ TEST_F(BoardCommandsTest, ResetPairsItsWordsWithTheirFrames) {
   EXPECT_EQ(kOk, Run("reset can;reset ALL").result);
   EXPECT_EQ((std::vector<FrameBytes>{Command(code::kReset), Command(code::kClrEvents)}), Frames(2));
   for (const char* bad : {"reset", "reset board"}) {
-    const LineRun run = Run(bad);
+    const testing::LineRun run = Run(bad);
     EXPECT_EQ(kErrBadArgs, run.result);
     EXPECT_EQ("ERROR -102: Bad or missing arguments (try 'help reset')\r\n", run.text);
   }
@@ -176,7 +136,7 @@ TEST_F(BoardCommandsTest, ALateAnswerCostsDotsAndNoAnswerFailsAfterFiveSeconds) 
   faults.answer_delay_ms = 1500;
   StartBoard(faults);
   ::testing::internal::CaptureStdout();
-  const LineRun late = Run("int 0");
+  const testing::LineRun late = Run("int 0");
   const std::string late_dots = ::testing::internal::GetCapturedStdout();
   EXPECT_GE(late.result, 0);
   EXPECT_EQ(".", late_dots);
@@ -184,7 +144,7 @@ TEST_F(BoardCommandsTest, ALateAnswerCostsDotsAndNoAnswerFailsAfterFiveSeconds) 
   faults.answer_delay_ms = -1;
   board_->SetFaults(faults);
   ::testing::internal::CaptureStdout();
-  const LineRun never = Run("int 0");
+  const testing::LineRun never = Run("int 0");
   const std::string dots = ::testing::internal::GetCapturedStdout();
   EXPECT_EQ(kErrMsgIo, never.result);
   EXPECT_EQ("ERROR -101: MsgIO failed\r\n", never.text);
@@ -197,7 +157,7 @@ TEST_F(BoardCommandsTest, ABoardThatClosesMidFrameFailsAtOnce) {
   faults.close_mid_frame = true;
   StartBoard(faults);
   ::testing::internal::CaptureStdout();
-  const LineRun run = Run("int 0;int 0");
+  const testing::LineRun run = Run("int 0;int 0");
   EXPECT_EQ("", ::testing::internal::GetCapturedStdout()) << "no waiting dots";
   EXPECT_EQ(kErrMsgIo, run.result);
   EXPECT_EQ("ERROR -101: MsgIO failed\r\n", run.text);
@@ -207,7 +167,7 @@ TEST_F(BoardCommandsTest, ABitRateThatDoesNotTakeFails) {
   sim::Faults faults;
   faults.baud_ignored = true;
   StartBoard(faults);
-  const LineRun run = Run("baud 1M");
+  const testing::LineRun run = Run("baud 1M");
   EXPECT_EQ(kErrMsgIo, run.result);
   EXPECT_EQ("ERROR -101: MsgIO failed\r\n", run.text);
   EXPECT_EQ(3, board_->State().channels[0].baud_index);
