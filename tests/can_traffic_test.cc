@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <regex>
 #include <string>
 #include <vector>
@@ -18,93 +19,69 @@ namespace {
 
 using testing::ProgramRun;
 
-constexpr int kLongMs = 60000;
-
-// Splits `output` into its progress lines and the rest, which follows the last of them.
-// Every progress line must have the form `pattern`.
-std::string AfterProgress(const std::string& output, const std::string& pattern) {
-  const std::regex line(pattern);
+// What follows the progress lines at the start of `output`, each of which must have the
+// form `verb` "ing CAN data: <done> / <total> @ <rate> msg/s".
+std::string AfterProgress(const std::string& output, const std::string& verb) {
+  const std::regex line(verb + "ing CAN data: [0-9]+ / [0-9]+ @ [0-9]+ msg/s");
   size_t pos = 0;
-  while (true) {
-    const size_t end = output.find('\n', pos);
-    if (end == std::string::npos) break;
+  for (size_t end; (end = output.find('\n', pos)) != std::string::npos; pos = end + 1) {
     if (!std::regex_match(output.substr(pos, end - pos), line)) break;
-    pos = end + 1;
   }
   return output.substr(pos);
 }
 
-const char kSendingLine[] = "Sending CAN data: [0-9]+ / [0-9]+ @ [0-9]+ msg/s";
-const char kReceivingLine[] = "Receiving CAN data: [0-9]+ / [0-9]+ @ [0-9]+ msg/s";
-
 class CanTrafficEndToEndTest : public ::testing::Test {
  protected:
-  std::vector<std::string> On(const testing::KelsimProcess& board, int channel,
-                              const std::string& line) {
-    return {"-p" + std::to_string(board.BasePort()), "-c" + std::to_string(channel), line};
+  std::vector<std::string> On(int channel, const std::string& line) {
+    return {"-p" + std::to_string(board_->BasePort()), "-c" + std::to_string(channel), line};
   }
-  ProgramRun Kelcmd(const std::vector<std::string>& args) {
-    return testing::RunKelcmd(args, "", dir_.Path().string());
+  // Runs `receive` on channel 2 and, once it is connected, `send` on channel 0.
+  void Stream(const std::string& send, const std::string& receive) {
+    ASSERT_NE(0, board_->BasePort());
+    testing::RunningProgram receiver(testing::KelcmdPath(), On(2, receive), "",
+                                     dir_.Path().string());
+    ASSERT_TRUE(board_->WaitForClients(1));
+    sent_ = testing::RunKelcmd(On(0, send), "", dir_.Path().string());
+    received_ = receiver.Finish();
+    // The first line comes at once, however fast the stream.
+    EXPECT_EQ(0U, received_.output.find("Receiving CAN data: 1 / ")) << received_.output;
   }
   testing::TempDir dir_;
+  std::unique_ptr<testing::KelsimProcess> board_;
+  ProgramRun sent_;
+  ProgramRun received_;
 };
 
-TEST_F(CanTrafficEndToEndTest, ACounterStreamFromChannel0PassesTheFilterOfChannel2) {
-  const testing::KelsimProcess board;
-  ASSERT_NE(0, board.BasePort());
-  const ProgramRun filter = Kelcmd(On(board, 2, "filt add 0x123"));
-  EXPECT_EQ(0, filter.status);
-  EXPECT_EQ("CAN=2, MIDE=0, AM=0x7FF, PRI=0, IDE=0, AR=0x123\n", filter.output);
-  const ProgramRun listing = Kelcmd(On(board, 2, "filt tst"));
-  EXPECT_EQ(0, listing.status);
-  EXPECT_EQ("0x123 \nTotal 1 CAN ID matches\n", listing.output);
-
-  testing::RunningProgram receiver(testing::KelcmdPath(), On(board, 2, "recv 0x123:count*1000"), "",
-                                   dir_.Path().string());
-  ASSERT_TRUE(board.WaitForClients(1));
-  const ProgramRun sender = Kelcmd(On(board, 0, "send 0x123:count@10ms*1000"));
-  const ProgramRun received = receiver.Finish();
-
-  EXPECT_TRUE(sender.exited);
-  EXPECT_EQ(0, sender.status);
-  EXPECT_EQ(0U, sender.output.find("Sending CAN data: 1 / 1000 @ 1 msg/s\n")) << sender.output;
-  EXPECT_EQ("1000 messages sent\r\n", AfterProgress(sender.output, kSendingLine));
-  EXPECT_TRUE(received.exited);
-  EXPECT_EQ(0, received.status);
-  EXPECT_EQ(0U, received.output.find("Receiving CAN data: 1 / 1000 @ 1 msg/s\n"))
-      << received.output;
-  EXPECT_EQ("1000 messages received\r\n", AfterProgress(received.output, kReceivingLine));
+TEST_F(CanTrafficEndToEndTest, ACounterStreamFromChannel0IsCheckedOnChannel2) {
+  board_ = std::make_unique<testing::KelsimProcess>();
+  Stream("send 0x123:count@10ms*1000", "recv 0x123:count*1000");
+  EXPECT_EQ(0, sent_.status);
+  EXPECT_EQ(0U, sent_.output.find("Sending CAN data: 1 / 1000 @ 1 msg/s\n")) << sent_.output;
+  EXPECT_EQ("1000 messages sent\r\n", AfterProgress(sent_.output, "Send"));
+  EXPECT_EQ(0, received_.status);
+  EXPECT_EQ("1000 messages received\r\n", AfterProgress(received_.output, "Receiv"));
 }
 
 TEST_F(CanTrafficEndToEndTest, ALostFrameEndsTheReceiverWithIntegrityFailed) {
-  const testing::KelsimProcess board({"--drop-every", "100"});
-  ASSERT_NE(0, board.BasePort());
-  testing::RunningProgram receiver(testing::KelcmdPath(), On(board, 2, "recv 0x123:count*300"), "",
-                                   dir_.Path().string());
-  ASSERT_TRUE(board.WaitForClients(1));
-  const ProgramRun sender = Kelcmd(On(board, 0, "send 0x123:count*300"));
-  const ProgramRun received = receiver.Finish();
-
-  EXPECT_EQ(0, sender.status);
-  EXPECT_EQ(0U, sender.output.find("Sending CAN data: 1 / 300 @ 1 msg/s\n")) << sender.output;
-  EXPECT_EQ("300 messages sent\r\n", AfterProgress(sender.output, kSendingLine));
+  board_ =
+      std::make_unique<testing::KelsimProcess>(std::vector<std::string>{"--drop-every", "100"});
+  Stream("send 0x123:count*300", "recv 0x123:count*300");
+  EXPECT_EQ(0, sent_.status);
+  EXPECT_EQ("300 messages sent\r\n", AfterProgress(sent_.output, "Send"));
   // The 100th frame, counter 99, is lost: counter 100 arrives where 99 is due.
-  EXPECT_TRUE(received.exited);
-  EXPECT_EQ(testing::StatusOf(kErrIntegrity), received.status);
-  EXPECT_EQ(0U, received.output.find("Receiving CAN data: 1 / 300 @ 1 msg/s\n"))
-      << "the first line comes at once, however fast the stream";
+  EXPECT_EQ(testing::StatusOf(kErrIntegrity), received_.status);
   EXPECT_EQ("99/300 received ERROR -15: Integrity failed\r\n",
-            AfterProgress(received.output, kReceivingLine));
+            AfterProgress(received_.output, "Receiv"));
 }
 
 TEST_F(CanTrafficEndToEndTest, AnEchoThatNeverComesFailsAfterFifteenSeconds) {
   // Every channel alone on its bus: nobody acknowledges, so nothing is echoed.
-  const testing::KelsimProcess board({"--wire", "none"});
-  ASSERT_NE(0, board.BasePort());
+  board_ = std::make_unique<testing::KelsimProcess>(std::vector<std::string>{"--wire", "none"});
+  ASSERT_NE(0, board_->BasePort());
   const uint64_t start = platform::MonotonicMs();
-  const ProgramRun sender = Kelcmd(On(board, 0, "send 0x123:EXTIO:11*3"));
+  const ProgramRun sender =
+      testing::RunKelcmd(On(0, "send 0x123:EXTIO:11*3"), "", dir_.Path().string());
   EXPECT_GE(platform::MonotonicMs() - start, 15000U) << "the wait lasts its whole limit";
-  EXPECT_TRUE(sender.exited);
   EXPECT_EQ(testing::StatusOf(kErrSendAck), sender.status);
   EXPECT_EQ("1/3 sent ERROR -12: SendAck failed\r\n", sender.output);
 }
