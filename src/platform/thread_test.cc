@@ -4,82 +4,41 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
+#include <atomic>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
+
+#include "platform/clock.h"
 
 namespace kel::platform {
 namespace {
 
-// A gate a body waits at until the test opens it; shared, so that a detached body may
-// outlive the test's stack.
-struct Gate {
-  std::mutex mutex;
-  std::condition_variable changed;
-  bool open = false;
-  bool passed = false;
-
-  void Open() {
-    std::lock_guard lock(mutex);
-    open = true;
-    changed.notify_all();
-  }
-  void Pass() {
-    std::unique_lock lock(mutex);
-    changed.wait(lock, [this] { return open; });
-    passed = true;
-    changed.notify_all();
-  }
-  bool WaitPassed() {
-    std::unique_lock lock(mutex);
-    return changed.wait_for(lock, std::chrono::seconds(20), [this] { return passed; });
-  }
-};
-
-TEST(ThreadTest, JoinsABodyThatEndsInTime) {
-  auto gate = std::make_shared<Gate>();
-  Thread thread;
-  ASSERT_TRUE(thread.Start([gate] { gate->Pass(); }));
-  EXPECT_TRUE(thread.Owned());
-  EXPECT_FALSE(thread.Start([] {})) << "one thread per owner";
-  gate->Open();
-  EXPECT_TRUE(thread.JoinFor(20000));
-  EXPECT_FALSE(thread.Owned());
-  EXPECT_TRUE(thread.Finished());
-  EXPECT_TRUE(gate->passed);
-  EXPECT_TRUE(thread.JoinFor(0)) << "nothing left to join";
-}
-
-TEST(ThreadTest, DetachesABodyStillRunningAtTheLimitAndLetsItFinish) {
-  auto gate = std::make_shared<Gate>();
+TEST(ThreadTest, JoinsABodyThatEndsInTimeAndDetachesOneStillRunningAtTheLimit) {
+  // Shared, so that a detached body may outlive the test's stack.
+  auto open = std::make_shared<std::atomic<bool>>(false);
+  auto passed = std::make_shared<std::atomic<int>>(0);
+  const auto body = [open, passed] {
+    while (!*open) SleepMs(1);
+    ++*passed;
+  };
   {
     Thread thread;
-    ASSERT_TRUE(thread.Start([gate] { gate->Pass(); }));
-    EXPECT_FALSE(thread.Finished());
+    ASSERT_TRUE(thread.Start(body));
+    EXPECT_FALSE(thread.Start([] {})) << "one thread per owner";
     EXPECT_FALSE(thread.JoinFor(20));
-    EXPECT_FALSE(thread.Owned());
+    EXPECT_FALSE(thread.Owned()) << "detached at the limit";
+    EXPECT_TRUE(thread.JoinFor(0)) << "nothing left to join";
   }
-  gate->Open();
-  EXPECT_TRUE(gate->WaitPassed()) << "the detached body runs on to its end";
-}
-
-TEST(ThreadTest, AnExceptionEndsOnlyTheBody) {
+  *open = true;
   Thread thread;
+  ASSERT_TRUE(thread.Start(body));
+  EXPECT_TRUE(thread.JoinFor(20000));
+  EXPECT_TRUE(thread.Finished());
+  for (int i = 0; i < 20000 && *passed < 2; ++i) SleepMs(1);
+  EXPECT_EQ(2, *passed) << "the detached body ran on to its end";
+
   ASSERT_TRUE(thread.Start([] { throw std::runtime_error("body failed"); }));
-  EXPECT_TRUE(thread.JoinFor(20000));
-}
-
-TEST(ThreadTest, MovingJoinsTheThreadOwnedBefore) {
-  bool first_ran = false;
-  Thread thread;
-  ASSERT_TRUE(thread.Start([&first_ran] { first_ran = true; }));
-  Thread other;
-  ASSERT_TRUE(other.Start([] {}));
-  thread = std::move(other);
-  EXPECT_TRUE(first_ran);
-  EXPECT_TRUE(thread.Owned());
-  EXPECT_TRUE(thread.JoinFor(20000));
+  EXPECT_TRUE(thread.JoinFor(20000)) << "an exception ends only the body";
 }
 
 }  // namespace
