@@ -1,16 +1,13 @@
 #include "logging/logging_service.h"
 
 #include <algorithm>
-#include <chrono>
-#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <system_error>
-#include <thread>
 
 #include "config/settings.h"
 #include "device/frame.h"
+#include "platform/thread.h"
 #include "shell/parse.h"
 
 namespace kel {
@@ -36,11 +33,7 @@ struct LoggingService::Reader {
   platform::SocketAddress peer;
   platform::Socket socket;
   std::atomic<bool> stop{false};
-  std::thread thread;
-
-  std::mutex mutex;
-  std::condition_variable ended_signal;
-  bool ended = false;  // guarded by mutex
+  platform::Thread thread;
 };
 
 LoggingConfig LoggingConfigFromSettings() {
@@ -89,16 +82,7 @@ void LoggingService::Start(const LoggingConfig& config) {
         !platform::SetNonBlocking(reader->socket, true)) {
       break;
     }
-    try {
-      reader->thread = std::thread([this, reader] {
-        ReadLoop(*reader);
-        const std::lock_guard<std::mutex> hold(reader->mutex);
-        reader->ended = true;
-        reader->ended_signal.notify_all();
-      });
-    } catch (const std::system_error&) {
-      break;
-    }
+    if (!reader->thread.Start([this, reader] { ReadLoop(*reader); })) break;
     readers_.push_back(std::move(reader));
   }
   active_ = true;
@@ -111,18 +95,10 @@ void LoggingService::Stop() {
     reader->stop = true;
     reader->socket.Shutdown();
   }
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kStopWaitMs);
   for (const std::shared_ptr<Reader>& reader : readers_) {
-    std::unique_lock<std::mutex> hold(reader->mutex);
-    const bool ended =
-        reader->ended_signal.wait_until(hold, deadline, [&reader] { return reader->ended; });
-    hold.unlock();
-    if (ended) {
-      reader->thread.join();
-    } else {
-      // The thread keeps its own reference to the reader (and its socket) and ends on its
-      // own once it gets past whatever holds it.
-      reader->thread.detach();
+    // A reader still running at the limit is left to end on its own; it keeps its own
+    // reference to its slot and socket.
+    if (!reader->thread.JoinFor(platform::kThreadJoinLimitMs)) {
       Note(kDetachedNoteFormat, reader->index + 1);
     }
   }

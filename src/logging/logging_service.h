@@ -47,8 +47,6 @@ struct LoggingStatus {
 class LoggingService {
  public:
   static constexpr int kMaxConnections = 16;
-  /// How long Stop waits for the reader threads.
-  static constexpr int kStopWaitMs = 3000;
 
   LoggingService() = default;
   /// Stops a run still going.
@@ -61,8 +59,8 @@ class LoggingService {
   /// active even when no port answers or no file could be opened.
   void Start(const LoggingConfig& config);
   /// Ends the run: wakes every reader by shutting its socket down, waits up to
-  /// kStopWaitMs for all of them (one that still runs is left to end by itself, with a
-  /// note in the log), then closes the file with its footer. Harmless when stopped.
+  /// platform::kThreadJoinLimitMs for each (one that still runs is left to end by itself,
+  /// with a note in the log), then closes the file with its footer. Harmless when stopped.
   void Stop();
 
   /// Changes the size limit and the file count of the run going on (and of later ones).
