@@ -6,8 +6,8 @@
 
 namespace kel {
 
-/// `send <hexa>` or `send <spec>`: sends raw bytes as one frame, or the messages of a send
-/// specification (can/send_spec.h), pacing, echo waits and progress included.
+/// `send <hexa>` or `send <text>`: sends raw bytes as one frame, or the messages of a send
+/// text (can/send_text.h), pacing, echo waits and progress included.
 ResultCode HandleSend(const CommandEntry& entry, std::string_view& rest, Output& out);
 
 /// `recv <hexa>` or `recv <spec>`: waits for one frame, or for every message that

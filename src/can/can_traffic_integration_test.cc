@@ -72,7 +72,7 @@ class CanTrafficTest : public testing::BoardTest {
   }
 };
 
-TEST_F(CanTrafficTest, SendPutsTheMessagesOfTheSpecificationOnTheWire) {
+TEST_F(CanTrafficTest, SendPutsTheMessagesOfItsTextOnTheWire) {
   struct Case {
     const char* line;
     const char* text;

@@ -1,7 +1,7 @@
 #include <string>
 
 #include "can/can_commands.h"
-#include "can/send_spec.h"
+#include "can/send_text.h"
 #include "can/texts.h"
 #include "can/traffic.h"
 #include "device/device_link.h"

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "can/send_spec.h"
+#include "can/send_text.h"
 #include "device/frame.h"
 #include "platform/clock.h"
 

@@ -9,7 +9,7 @@
 
 namespace kel {
 
-/// A send specification: the CAN messages that `send` sends and `recv` expects.
+/// A send text (`SendSpec`): the CAN messages that `send` sends and `recv` expects.
 ///
 /// The text is a run of tokens, each ending at ':', '@', '*' or the end of the text.
 /// A token ended by ':' is an option keyword or the identifier (or range); any other
@@ -36,7 +36,7 @@ namespace kel {
 ///   0x123:11-22 33        -> DLC 3, data 11 22 33: characters between digits are skipped
 ///   0x123:112233445566778899 -> DLC 8, data 11 22 33 44 55 66 77 88: at most 8 bytes
 ///   0x123:                -> id 0x123, DLC 0 (no data field)
-///   0x123                 -> not a specification: raw hexadecimal bytes (see IsRawArgument)
+///   0x123                 -> not a send text: raw hexadecimal bytes (see IsRawArgument)
 ///   x12:34                -> false: an identifier must begin with a hexadecimal digit;
 ///                            parsing stops and what was parsed stays (id 0, DLC 0)
 struct SendSpec {
@@ -70,7 +70,7 @@ bool ParseSendSpec(std::string_view text, SendSpec& spec, size_t data_capacity =
 ///   "1g2" -> 12, strict: 10
 size_t ParseHexBytes(std::string_view text, uint8_t* out, size_t capacity, bool strict);
 
-/// True when `argument` is raw hexadecimal data rather than a specification: it holds
+/// True when `argument` is raw hexadecimal data rather than a send text: it holds
 /// none of ':', '@' and '*'.
 bool IsRawArgument(std::string_view argument);
 

@@ -1,4 +1,4 @@
-#include "can/send_spec.h"
+#include "can/send_text.h"
 
 #include <gtest/gtest.h>
 
