@@ -115,7 +115,9 @@ TEST_F(RegressionTestsTest, AKeyBreaksTheRunAndCtrlCEndsTheWorkers) {
   const KelsimProcess board;
   const std::string port = std::to_string(board.BasePort());
   testing::WriteFile(dir_.File("kelcmd.ini"), "[PROXY]\nProxyPort = " + port + "\n");
-  const std::string command = std::string(testing::KelcmdPath()) + " -p" + port + " 'test send'";
+  // exec: a shell left waiting in between would take the Ctrl-C itself and die of it.
+  const std::string command =
+      "exec " + std::string(testing::KelcmdPath()) + " -p" + port + " 'test send'";
   auto at_terminal = [&](const char* keys) {
     const std::string script = "(sleep 1.5; printf '" + std::string(keys) +
                                "'; sleep 2) | script -qfec \"" + command + "\" /dev/null";
