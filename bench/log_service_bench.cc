@@ -21,9 +21,9 @@
 #include <thread>
 #include <vector>
 
+#include "flood.h"
 #include "logging/logging_service.h"
 #include "platform/clock.h"
-#include "platform/poller.h"
 #include "platform/socket.h"
 #include "sim/frame_client.h"
 #include "sim/simulator.h"
@@ -32,56 +32,7 @@ namespace kel {
 namespace {
 
 constexpr int kChannels = 4;
-constexpr size_t kBlockFrames = 4096;
 constexpr int kLimitMs = 120000;
-
-std::vector<uint8_t> FrameBlock(int channel) {
-  std::vector<uint8_t> block(kBlockFrames * kFrameSize);
-  for (size_t i = 0; i < kBlockFrames; ++i) {
-    CanDataFrame frame;
-    frame.id = static_cast<uint32_t>(0x100 + channel * 0x100 + i % 0x100);
-    frame.dlc = 8;
-    frame.data = {1, 2, 3, 4, 5, 6, 7, static_cast<uint8_t>(i)};
-    const FrameBytes bytes = EncodeCanData(frame);
-    std::copy(bytes.begin(), bytes.end(),
-              block.begin() + static_cast<std::ptrdiff_t>(i * kFrameSize));
-  }
-  return block;
-}
-
-// Sends `frames` frames of `block` (again and again) and takes in `expect` frames, both as
-// fast as the connection goes.
-void Pump(const platform::Socket& socket, const std::vector<uint8_t>& block, size_t frames,
-          size_t expect) {
-  platform::Poller poller;
-  const size_t to_send = frames * kFrameSize;
-  const size_t to_receive = expect * kFrameSize;
-  size_t sent = 0;
-  size_t received = 0;
-  uint32_t interest = platform::kPollWrite | platform::kPollRead;
-  poller.Add(socket, interest, 0);
-  std::vector<uint8_t> sink(256 * 1024);
-  std::array<platform::PollEvent, 1> events;
-  while (sent < to_send || received < to_receive) {
-    if (poller.Wait(events, 1000) <= 0) continue;
-    if (events[0].writable && sent < to_send) {
-      const size_t offset = sent % block.size();
-      const platform::IoResult r = platform::Send(socket, block.data() + offset,
-                                                  std::min(block.size() - offset, to_send - sent));
-      if (r.status == platform::IoStatus::kOk) sent += r.bytes;
-      if (r.status == platform::IoStatus::kError) return;
-      if (sent == to_send) {
-        interest &= ~platform::kPollWrite;
-        poller.Modify(socket, interest, 0);
-      }
-    }
-    if (events[0].readable) {
-      const platform::IoResult r = platform::Receive(socket, sink.data(), sink.size());
-      if (r.status == platform::IoStatus::kOk) received += r.bytes;
-      if (r.status == platform::IoStatus::kClosed || r.status == platform::IoStatus::kError) return;
-    }
-  }
-}
 
 // Reads and discards until `bytes` bytes came; false when the connection ended first.
 bool Discard(const platform::Socket& socket, size_t bytes) {
@@ -110,7 +61,8 @@ class Flood {
     for (int ch = 0; ch < kChannels && ok_; ++ch) {
       sim::FrameClient& client = senders_[static_cast<size_t>(ch)];
       ok_ = client.Connect(board_->Address(ch)) && platform::SetNonBlocking(client.socket(), true);
-      blocks_[static_cast<size_t>(ch)] = FrameBlock(ch);
+      blocks_[static_cast<size_t>(ch)] =
+          bench::FrameBlock(static_cast<uint32_t>(0x100 + ch * 0x100), 0x100);
     }
     ok_ = ok_ && WaitForClients(kChannels);
   }
@@ -127,7 +79,7 @@ class Flood {
     std::vector<std::thread> threads;
     for (size_t ch = 0; ch < kChannels; ++ch) {
       threads.emplace_back(
-          [this, ch, frames] { Pump(senders_[ch].socket(), blocks_[ch], frames, frames); });
+          [this, ch, frames] { bench::Pump(senders_[ch].socket(), blocks_[ch], frames, frames); });
     }
     for (std::thread& t : threads) t.join();
   }

@@ -14,13 +14,12 @@
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <array>
 #include <memory>
 #include <thread>
 #include <vector>
 
-#include "platform/poller.h"
+#include "flood.h"
 #include "platform/socket.h"
 #include "sim/config.h"
 #include "sim/frame_client.h"
@@ -28,60 +27,6 @@
 
 namespace kel::sim {
 namespace {
-
-constexpr size_t kBlockFrames = 4096;
-
-// A block of CAN data frames, each with eight data bytes.
-std::vector<uint8_t> FrameBlock() {
-  std::vector<uint8_t> block(kBlockFrames * kFrameSize);
-  for (size_t i = 0; i < kBlockFrames; ++i) {
-    CanDataFrame frame;
-    frame.id = static_cast<uint32_t>(0x100 + i % 0x600);
-    frame.dlc = 8;
-    frame.data = {1, 2, 3, 4, 5, 6, 7, static_cast<uint8_t>(i)};
-    const FrameBytes bytes = EncodeCanData(frame);
-    std::copy(bytes.begin(), bytes.end(),
-              block.begin() + static_cast<std::ptrdiff_t>(i * kFrameSize));
-  }
-  return block;
-}
-
-// Sends `frames` frames from `block` (again and again) and receives `expect_frames` frames,
-// both as fast as the connection goes.
-void Pump(const platform::Socket& socket, const std::vector<uint8_t>& block, size_t frames,
-          size_t expect_frames) {
-  platform::Poller poller;
-  const size_t to_send = frames * kFrameSize;
-  const size_t to_receive = expect_frames * kFrameSize;
-  size_t sent = 0;
-  size_t received = 0;
-  uint32_t interest =
-      (to_send > 0 ? platform::kPollWrite : 0) | (to_receive > 0 ? platform::kPollRead : 0);
-  poller.Add(socket, interest, 0);
-  std::vector<uint8_t> sink(256 * 1024);
-  std::array<platform::PollEvent, 1> events;
-  while (sent < to_send || received < to_receive) {
-    if (poller.Wait(events, 1000) <= 0) continue;
-    if (events[0].writable && sent < to_send) {
-      const size_t offset = sent % block.size();
-      const size_t n = std::min(block.size() - offset, to_send - sent);
-      const platform::IoResult r = platform::Send(socket, block.data() + offset, n);
-      if (r.status == platform::IoStatus::kOk) sent += r.bytes;
-      if (r.status == platform::IoStatus::kError) return;
-      if (sent == to_send) {
-        interest &= ~platform::kPollWrite;
-        poller.Modify(socket, interest, 0);
-      }
-    }
-    if (events[0].readable) {
-      const platform::IoResult r = platform::Receive(socket, sink.data(), sink.size());
-      if (r.status == platform::IoStatus::kOk) received += r.bytes;
-      if (r.status == platform::IoStatus::kClosed || r.status == platform::IoStatus::kError) {
-        return;
-      }
-    }
-  }
-}
 
 struct Board {
   explicit Board(const Wiring& wiring) {
@@ -112,13 +57,13 @@ void FourClients(benchmark::State& state, const Wiring& wiring, bool routed) {
     state.SkipWithError("the board did not start");
     return;
   }
-  const std::vector<uint8_t> block = FrameBlock();
+  const std::vector<uint8_t> block = bench::FrameBlock(0x100, 0x600);
   for (auto _ : state) {
     const uint64_t before = board.simulator->State().frames_from_clients;
     const auto start = std::chrono::steady_clock::now();
     std::vector<std::thread> threads;
     for (FrameClient& c : board.clients) {
-      threads.emplace_back([&] { Pump(c.socket(), block, frames, routed ? frames : 0); });
+      threads.emplace_back([&] { bench::Pump(c.socket(), block, frames, routed ? frames : 0); });
     }
     for (std::thread& t : threads) t.join();
     board.simulator->WaitForState(
@@ -146,7 +91,7 @@ BENCHMARK(BM_FourClientsIntake)->Arg(250'000)->UseManualTime()->Unit(benchmark::
 void SendOneByOne(const platform::Socket& socket, const std::vector<uint8_t>& block,
                   size_t frames) {
   for (size_t i = 0; i < frames; ++i) {
-    const uint8_t* frame = block.data() + (i % kBlockFrames) * kFrameSize;
+    const uint8_t* frame = block.data() + (i % bench::kBlockFrames) * kFrameSize;
     size_t sent = 0;
     while (sent < kFrameSize) {
       const platform::IoResult r = platform::Send(socket, frame + sent, kFrameSize - sent);
@@ -163,7 +108,7 @@ double TimeShellPattern(const platform::Socket& sender, const platform::Socket& 
                         const std::vector<uint8_t>& block, size_t frames) {
   const auto start = std::chrono::steady_clock::now();
   std::thread send([&] { SendOneByOne(sender, block, frames); });
-  Pump(receiver, block, 0, frames);
+  bench::Pump(receiver, block, 0, frames);
   send.join();
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
@@ -175,7 +120,7 @@ void BM_ShellPatternBoard(benchmark::State& state) {
     state.SkipWithError("the board did not start");
     return;
   }
-  const std::vector<uint8_t> block = FrameBlock();
+  const std::vector<uint8_t> block = bench::FrameBlock(0x100, 0x600);
   for (auto _ : state) {
     state.SetIterationTime(
         TimeShellPattern(board.clients[0].socket(), board.clients[2].socket(), block, frames));
@@ -197,7 +142,7 @@ void BM_ShellPatternDirect(benchmark::State& state) {
   }
   platform::Socket receiver = platform::Accept(listener);
   platform::SetNonBlocking(receiver, true);
-  const std::vector<uint8_t> block = FrameBlock();
+  const std::vector<uint8_t> block = bench::FrameBlock(0x100, 0x600);
   for (auto _ : state) {
     state.SetIterationTime(TimeShellPattern(sender.socket(), receiver, block, frames));
   }

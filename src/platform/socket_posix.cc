@@ -1,5 +1,3 @@
-#include "platform/socket.h"
-
 #include <arpa/inet.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -9,7 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include "platform/socket.h"
 
 namespace kel::platform {
 namespace {
@@ -35,20 +33,6 @@ bool WouldBlock(int error) { return error == EAGAIN || error == EWOULDBLOCK || e
 SocketLibrary::SocketLibrary() = default;
 SocketLibrary::~SocketLibrary() = default;
 
-Socket& Socket::operator=(Socket&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = other.Release();
-  }
-  return *this;
-}
-
-SocketHandle Socket::Release() {
-  const SocketHandle handle = handle_;
-  handle_ = kInvalidSocket;
-  return handle;
-}
-
 void Socket::Close() {
   if (handle_ != kInvalidSocket) close(static_cast<int>(handle_));
   handle_ = kInvalidSocket;
@@ -56,13 +40,6 @@ void Socket::Close() {
 
 void Socket::Shutdown() const {
   if (handle_ != kInvalidSocket) shutdown(static_cast<int>(handle_), SHUT_RDWR);
-}
-
-std::string DottedAddress(uint32_t ip) {
-  const auto* b = reinterpret_cast<const unsigned char*>(&ip);
-  char text[16];
-  std::snprintf(text, sizeof text, "%u.%u.%u.%u", b[0], b[1], b[2], b[3]);
-  return text;
 }
 
 Socket NewTcpSocket() {

@@ -1,7 +1,6 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
-#include <cstdio>
 #include <mutex>
 
 #include "platform/socket.h"
@@ -54,20 +53,6 @@ SocketLibrary::SocketLibrary() {
 
 SocketLibrary::~SocketLibrary() { WSACleanup(); }
 
-Socket& Socket::operator=(Socket&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = other.Release();
-  }
-  return *this;
-}
-
-SocketHandle Socket::Release() {
-  const SocketHandle handle = handle_;
-  handle_ = kInvalidSocket;
-  return handle;
-}
-
 void Socket::Close() {
   if (handle_ != kInvalidSocket) closesocket(static_cast<SOCKET>(handle_));
   handle_ = kInvalidSocket;
@@ -79,13 +64,6 @@ void Socket::Shutdown() const {
   // Winsock's shutdown does not wake a thread blocked in accept, recv or connect on the
   // socket; cancelling the socket's pending I/O does.
   CancelIoEx(reinterpret_cast<HANDLE>(handle_), nullptr);
-}
-
-std::string DottedAddress(uint32_t ip) {
-  const auto* b = reinterpret_cast<const unsigned char*>(&ip);
-  char text[16];
-  std::snprintf(text, sizeof text, "%u.%u.%u.%u", b[0], b[1], b[2], b[3]);
-  return text;
 }
 
 Socket NewTcpSocket() {
