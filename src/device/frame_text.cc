@@ -7,12 +7,19 @@
 
 namespace kel {
 
-std::string SendingCommandText(const uint8_t* frame) {
+namespace {
+
+// "[<label> 0x........ 0x........ 0x........ 0x........]\n": a frame as its four words.
+std::string WordsText(const char* label, const uint8_t* frame) {
   char text[64];
-  std::snprintf(text, sizeof text, "[Sending 0x%08X 0x%08X 0x%08X 0x%08X]\n", FrameWord(frame, 0),
+  std::snprintf(text, sizeof text, "[%s 0x%08X 0x%08X 0x%08X 0x%08X]\n", label, FrameWord(frame, 0),
                 FrameWord(frame, 1), FrameWord(frame, 2), FrameWord(frame, 3));
   return text;
 }
+
+}  // namespace
+
+std::string SendingCommandText(const uint8_t* frame) { return WordsText("Sending", frame); }
 
 std::string SendingDataText(const uint8_t* f) {
   char text[80];
@@ -24,12 +31,7 @@ std::string SendingDataText(const uint8_t* f) {
   return text;
 }
 
-std::string ReceivedText(const uint8_t* frame) {
-  char text[64];
-  std::snprintf(text, sizeof text, "[Receivd 0x%08X 0x%08X 0x%08X 0x%08X]\n", FrameWord(frame, 0),
-                FrameWord(frame, 1), FrameWord(frame, 2), FrameWord(frame, 3));
-  return text;
-}
+std::string ReceivedText(const uint8_t* frame) { return WordsText("Receivd", frame); }
 
 std::string TraceText(const uint8_t* f) {
   char text[96];
@@ -38,8 +40,9 @@ std::string TraceText(const uint8_t* f) {
     std::snprintf(text, sizeof text, "[COMMAND] %08X %08X %08X %08X (%s)", first, FrameWord(f, 1),
                   FrameWord(f, 2), FrameWord(f, 3), CommandCodeName(first));
   } else {
-    std::snprintf(text, sizeof text, "[DATA] %08X %08X %02X %02X %02X %02X %02X %02X %02X %02X (%u/%u)",
-                  first, FrameWord(f, 1), f[8], f[9], f[10], f[11], f[12], f[13], f[14], f[15],
+    std::snprintf(text, sizeof text,
+                  "[DATA] %08X %08X %02X %02X %02X %02X %02X %02X %02X %02X (%u/%u)", first,
+                  FrameWord(f, 1), f[8], f[9], f[10], f[11], f[12], f[13], f[14], f[15],
                   (first >> 8) & 0x7F, first & 0x7F);
   }
   return text;
