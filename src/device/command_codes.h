@@ -7,7 +7,7 @@ namespace kel {
 /// Command codes: 0x8000xxxx commands and events, 0x8001xxxx settings written,
 /// 0x8101xxxx queries whose answer carries the values read.
 namespace code {
-inline constexpr uint32_t kSetOut = 0x80000100;      ///< value1 = pin mask << 16
+inline constexpr uint32_t kSetOut = 0x80000100;  ///< value1 = pin mask << 16
 inline constexpr uint32_t kClrOut = 0x80000101;
 inline constexpr uint32_t kToggleOut = 0x80000102;
 inline constexpr uint32_t kBuzzer = 0x80000110;
@@ -28,10 +28,10 @@ inline constexpr uint32_t kEscDown = 0x80005500;
 inline constexpr uint32_t kShutdown = 0x80005501;
 inline constexpr uint32_t kEscUp = 0x80005502;
 inline constexpr uint32_t kReset = 0x80010000;
-inline constexpr uint32_t kSetBaud = 0x80010001;     ///< value2 = bit-rate index 1-5
+inline constexpr uint32_t kSetBaud = 0x80010001;  ///< value2 = bit-rate index 1-5
 inline constexpr uint32_t kCanInt = 0x80010003;
 inline constexpr uint32_t kCanFilterWrite = 0x80010004;
-inline constexpr uint32_t kBaudrate = 0x80010005;    ///< the answer to GET_BAUD
+inline constexpr uint32_t kBaudrate = 0x80010005;  ///< the answer to GET_BAUD
 inline constexpr uint32_t kNecnt = 0x81010002;
 inline constexpr uint32_t kNfcr = 0x81010003;
 inline constexpr uint32_t kNsr = 0x81010004;

@@ -67,9 +67,9 @@ bool DeviceLink::SendFrame(const uint8_t* frame) {
   return true;
 }
 
-bool DeviceLink::SendCommand(uint32_t command, uint32_t value1, uint32_t value2,
-                             uint32_t value3) {
-  const FrameBytes frame = EncodeCommand(CommandFrame{command | 0x80000000U, value1, value2, value3});
+bool DeviceLink::SendCommand(uint32_t command, uint32_t value1, uint32_t value2, uint32_t value3) {
+  const FrameBytes frame =
+      EncodeCommand(CommandFrame{command | 0x80000000U, value1, value2, value3});
   if (*debug_socket_) ConsoleWrite(SendingCommandText(frame.data()));
   return SendFrame(frame.data());
 }
@@ -124,9 +124,8 @@ bool DeviceLink::ReceiveFrameWaiting(uint8_t* frame, int timeout_ms) {
   return true;
 }
 
-bool DeviceLink::Transact(uint8_t* answer, int timeout_ms, uint32_t command,
-                          uint32_t answer_code, uint32_t value1, uint32_t value2,
-                          uint32_t value3) {
+bool DeviceLink::Transact(uint8_t* answer, int timeout_ms, uint32_t command, uint32_t answer_code,
+                          uint32_t value1, uint32_t value2, uint32_t value3) {
   if (!SendCommand(command, value1, value2, value3)) return false;
   const uint64_t limit = timeout_ms > 0 ? static_cast<uint64_t>(timeout_ms) : kDefaultTransactMs;
   const uint64_t start = NowMs();

@@ -48,10 +48,10 @@ struct CanDataFrame {
   bool Extended() const { return (info & 0x80) != 0; }
 };
 
-inline constexpr uint32_t kInfoExtended = 1U << 15;  ///< second word: 29-bit identifier
-inline constexpr uint32_t kInfoRemote = 1U << 16;    ///< second word: remote request
+inline constexpr uint32_t kInfoExtended = 1U << 15;     ///< second word: 29-bit identifier
+inline constexpr uint32_t kInfoRemote = 1U << 16;       ///< second word: remote request
 inline constexpr uint32_t kInfoEchoRequest = 1U << 24;  ///< second word: echo wanted
-inline constexpr uint32_t kInfoEcho = 1U << 25;      ///< second word: this is the echo
+inline constexpr uint32_t kInfoEcho = 1U << 25;         ///< second word: this is the echo
 
 /// Word `index` (0-3) of a frame, little-endian.
 inline uint32_t FrameWord(const uint8_t* bytes, size_t index) {

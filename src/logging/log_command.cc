@@ -94,14 +94,9 @@ ResultCode HandleLog(const CommandEntry& entry, std::string_view& rest, Output& 
 
   Settings& settings = CurrentSettings();
   switch (found->action) {
-    case LogAction::kStatus:
-      break;
-    case LogAction::kStart:
-      StartLogging();
-      break;
-    case LogAction::kStop:
-      StopLogging();
-      break;
+    case LogAction::kStatus: break;
+    case LogAction::kStart: StartLogging(); break;
+    case LogAction::kStop: StopLogging(); break;
     case LogAction::kComment: {
       const std::string message = TakeLine(rest, kMessageSize);
       if (Logging().Note(kCommentFormat, message.c_str()) == 0) {
@@ -109,12 +104,8 @@ ResultCode HandleLog(const CommandEntry& entry, std::string_view& rest, Output& 
       }
       return kOk;
     }
-    case LogAction::kFile:
-      settings.log_file_name = TakeLine(rest, kNameSize);
-      break;
-    case LogAction::kPath:
-      settings.log_file_path = TakeLine(rest, kNameSize);
-      break;
+    case LogAction::kFile: settings.log_file_name = TakeLine(rest, kNameSize); break;
+    case LogAction::kPath: settings.log_file_path = TakeLine(rest, kNameSize); break;
     case LogAction::kSize:
       settings.log_slice_size = uint64_t{TakeValue(rest)} << 20;
       ApplyLimits(settings);
@@ -123,12 +114,8 @@ ResultCode HandleLog(const CommandEntry& entry, std::string_view& rest, Output& 
       settings.log_slice_count = TakeValue(rest);
       ApplyLimits(settings);
       break;
-    case LogAction::kUsb:
-      settings.log_usb_notify = TakeValue(rest);
-      break;
-    case LogAction::kDebug:
-      settings.log_win_debug = TakeValue(rest);
-      break;
+    case LogAction::kUsb: settings.log_usb_notify = TakeValue(rest); break;
+    case LogAction::kDebug: settings.log_win_debug = TakeValue(rest); break;
   }
   out.Append(LoggingStatusText(Logging().Status(), settings));
   return kOk;

@@ -18,7 +18,7 @@ LocalTime ToLocalTime(const WallTime& wall) {
   const time_t secs = static_cast<time_t>(wall.seconds);
   tm parts{};
   localtime_s(&parts, &secs);
-  return LocalTime{parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour,
+  return LocalTime{parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday,    parts.tm_hour,
                    parts.tm_min,         parts.tm_sec,     wall.milliseconds};
 }
 

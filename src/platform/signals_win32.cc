@@ -16,17 +16,10 @@ const char* g_request = nullptr;
 BOOL WINAPI OnControl(DWORD type) {
   const char* name = nullptr;
   switch (type) {
-    case CTRL_C_EVENT:
-      name = "CTRL_C";
-      break;
-    case CTRL_BREAK_EVENT:
-      name = "CTRL_BREAK";
-      break;
-    case CTRL_CLOSE_EVENT:
-      name = "CLOSE";
-      break;
-    default:
-      return FALSE;
+    case CTRL_C_EVENT: name = "CTRL_C"; break;
+    case CTRL_BREAK_EVENT: name = "CTRL_BREAK"; break;
+    case CTRL_CLOSE_EVENT: name = "CLOSE"; break;
+    default: return FALSE;
   }
   std::lock_guard lock(g_mutex);
   g_request = name;

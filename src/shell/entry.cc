@@ -35,21 +35,11 @@ OptionOutcome ApplyOption(std::string_view argument) {
   const char letter = argument.size() > 1 ? argument[1] : '\0';
   const std::string_view value = argument.size() > 2 ? argument.substr(2) : std::string_view();
   switch (letter) {
-    case 'a':
-      s.device_address = std::string(value);
-      break;
-    case 'c':
-      s.device_channel = ParseDecimal(value);
-      break;
-    case 'i':
-      LoadSettings(value);
-      break;
-    case 'p':
-      s.device_port = ParseDecimal(value);
-      break;
-    case 's':
-      s.serial_port = std::string(value);
-      break;
+    case 'a': s.device_address = std::string(value); break;
+    case 'c': s.device_channel = ParseDecimal(value); break;
+    case 'i': LoadSettings(value); break;
+    case 'p': s.device_port = ParseDecimal(value); break;
+    case 's': s.serial_port = std::string(value); break;
     case 'x':
       // A non-zero port given with -x is replaced by the device port as it stands now;
       // -x alone leaves the proxy port 0. The board's tools have always done this.
@@ -61,9 +51,7 @@ OptionOutcome ApplyOption(std::string_view argument) {
       std::fputs("Scanning network ... ", stdout);
       std::fputs("device not found!\n", stdout);
       return OptionOutcome::kExit;
-    default:
-      std::fputs(UsageText().c_str(), stdout);
-      return OptionOutcome::kExit;
+    default: std::fputs(UsageText().c_str(), stdout); return OptionOutcome::kExit;
   }
   return OptionOutcome::kContinue;
 }

@@ -125,18 +125,12 @@ double ParseDuration(std::string_view text) {
   }
   const char unit = i < text.size() ? text[i] : '\0';
   switch (unit) {
-    case 'd':
-      return number * 86400000.0;
-    case 'h':
-      return number * 3600000.0;
-    case 'm':
-      return (i + 1 < text.size() && text[i + 1] == 's') ? number : number * 60000.0;
-    case 's':
-      return number * 1000.0;
-    case 'w':
-      return number * 604800000.0;
-    default:
-      return number;
+    case 'd': return number * 86400000.0;
+    case 'h': return number * 3600000.0;
+    case 'm': return (i + 1 < text.size() && text[i + 1] == 's') ? number : number * 60000.0;
+    case 's': return number * 1000.0;
+    case 'w': return number * 604800000.0;
+    default: return number;
   }
 }
 
@@ -195,9 +189,7 @@ uint32_t InetAddr(std::string_view text) {
   }
   uint32_t host = 0;  // the address in host order, a.b.c.d = 0xaabbccdd
   switch (count) {
-    case 1:
-      host = parts[0];
-      break;
+    case 1: host = parts[0]; break;
     case 2:
       if (parts[0] > 0xFF || parts[1] > 0xFFFFFF) return kInetNone;
       host = parts[0] << 24 | parts[1];

@@ -14,36 +14,21 @@ constexpr size_t kErrorTextMax = 8191;
 
 const char* MessageOf(ResultCode code) {
   switch (code) {
-    case kErrNok:
-      return "Nok";
-    case kErrMemory:
-      return "Memory allocation error";
-    case kErrSyntax:
-      return "Syntax error";
-    case kErrConnect:
-      return "Connect failed";
-    case kErrSend:
-      return "Sending failed";
-    case kErrSendAck:
-      return "SendAck failed";
-    case kErrReceive:
-      return "Receiving failed";
-    case kErrMatch:
-      return "Matching failed";
-    case kErrIntegrity:
-      return "Integrity failed";
-    case kErrBadCommand:
-      return "Bad or invalid command";
-    case kErrMsgIo:
-      return "MsgIO failed";
-    case kErrBadArgs:
-      return "Bad or missing arguments\n";
-    case kErrBadBaud:
-      return "Invalid baudrate\n";
-    case kErrLogging:
-      return "Logging not active";
-    default:
-      return "Unknown error code";
+    case kErrNok: return "Nok";
+    case kErrMemory: return "Memory allocation error";
+    case kErrSyntax: return "Syntax error";
+    case kErrConnect: return "Connect failed";
+    case kErrSend: return "Sending failed";
+    case kErrSendAck: return "SendAck failed";
+    case kErrReceive: return "Receiving failed";
+    case kErrMatch: return "Matching failed";
+    case kErrIntegrity: return "Integrity failed";
+    case kErrBadCommand: return "Bad or invalid command";
+    case kErrMsgIo: return "MsgIO failed";
+    case kErrBadArgs: return "Bad or missing arguments\n";
+    case kErrBadBaud: return "Invalid baudrate\n";
+    case kErrLogging: return "Logging not active";
+    default: return "Unknown error code";
   }
 }
 

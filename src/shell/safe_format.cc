@@ -69,9 +69,7 @@ std::string RenderOutput(std::string_view format) {
       out.resize(at + static_cast<size_t>(n));
     };
     switch (conversion) {
-      case '%':
-        out += '%';
-        break;
+      case '%': out += '%'; break;
       case 'd':
       case 'i':
       case 'u':
@@ -106,8 +104,7 @@ std::string RenderOutput(std::string_view format) {
         spec += 'p';
         zero(static_cast<void*>(nullptr));
         break;
-      case 'n':
-        break;
+      case 'n': break;
       default:
         // Not a conversion: printed as it stands.
         out.append(format.substr(percent, j - percent));

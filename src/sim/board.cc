@@ -110,12 +110,8 @@ Answers Board::HandleCommand(int channel, const uint8_t* frame, uint64_t now_ms)
     case code::kToggleOut:
       state_.outputs ^= static_cast<uint16_t>(request.value1 >> 16) & kPinBits;
       break;
-    case code::kOutputs:
-      Add(&answers, code::kOutputs, uint32_t{state_.outputs} << 16, 0, 0);
-      break;
-    case code::kGetMeas:
-      Measurements(&answers);
-      break;
+    case code::kOutputs: Add(&answers, code::kOutputs, uint32_t{state_.outputs} << 16, 0, 0); break;
+    case code::kGetMeas: Measurements(&answers); break;
     case code::kGetStatus:
       Add(&answers, code::kGetStatus, state_.events, state_.Clients(),
           static_cast<uint32_t>(now_ms - start_ms_));
@@ -127,12 +123,8 @@ Answers Board::HandleCommand(int channel, const uint8_t* frame, uint64_t now_ms)
       break;
     case code::kStatus2:
     case code::kStatus3:
-    case code::kStatus4:
-      Add(&answers, request.command, 0, 0, 0);
-      break;
-    case code::kClrEvents:
-      state_.events = 0;
-      break;
+    case code::kStatus4: Add(&answers, request.command, 0, 0, 0); break;
+    case code::kClrEvents: state_.events = 0; break;
     case code::kReset:
       for (ChannelState& c : state_.channels) {
         c.transmit_errors = c.receive_errors = 0;
@@ -166,9 +158,7 @@ Answers Board::HandleCommand(int channel, const uint8_t* frame, uint64_t now_ms)
     case code::kNfcr:
       Add(&answers, code::kNfcr, own.frames_received, own.frames_transmitted, 0);
       break;
-    case code::kNsr:
-      Add(&answers, code::kNsr, 0, static_cast<uint32_t>(own.baud_index), 0);
-      break;
+    case code::kNsr: Add(&answers, code::kNsr, 0, static_cast<uint32_t>(own.baud_index), 0); break;
     case code::kInternal:
       Add(&answers, code::kInternal, 0, request.value2, Internal(request.value2, request.value3));
       break;
@@ -181,25 +171,13 @@ Answers Board::HandleCommand(int channel, const uint8_t* frame, uint64_t now_ms)
 
 uint32_t Board::Internal(uint32_t command, uint32_t value) {
   switch (command) {
-    case internal::kReadDebug:
-      return state_.debug;
-    case internal::kWriteDebug:
-      state_.debug = value != 0 ? 1 : 0;
-      return state_.debug;
-    case internal::kStartTrace:
-      state_.trace_started = true;
-      return 1;
-    case code::kEscDown:
-      state_.events |= kEventEscDown;
-      return 0;
-    case code::kShutdown:
-      state_.events |= kEventShutdown;
-      return 0;
-    case code::kEscUp:
-      state_.events |= kEventEscUp;
-      return 0;
-    default:
-      return kUnknownInternal;
+    case internal::kReadDebug: return state_.debug;
+    case internal::kWriteDebug: state_.debug = value != 0 ? 1 : 0; return state_.debug;
+    case internal::kStartTrace: state_.trace_started = true; return 1;
+    case code::kEscDown: state_.events |= kEventEscDown; return 0;
+    case code::kShutdown: state_.events |= kEventShutdown; return 0;
+    case code::kEscUp: state_.events |= kEventEscUp; return 0;
+    default: return kUnknownInternal;
   }
 }
 

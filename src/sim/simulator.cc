@@ -421,8 +421,7 @@ void Simulator::Loop::ReadFrom(Client& c) {
       Process(c);
       UpdateInterest(c);
       break;
-    case IoStatus::kWouldBlock:
-      break;
+    case IoStatus::kWouldBlock: break;
     case IoStatus::kClosed:
       // The client will send no more; what it is owed still goes out before the close. A
       // partial frame at the end is never completed and is dropped.
@@ -430,9 +429,7 @@ void Simulator::Loop::ReadFrom(Client& c) {
       UpdateInterest(c);
       FinishIfDone(c);
       break;
-    case IoStatus::kError:
-      Close(c);
-      break;
+    case IoStatus::kError: Close(c); break;
   }
 }
 
