@@ -53,16 +53,7 @@ TEST(LogFileNameTest, BuildsNamesByTheRules) {
   }
 }
 
-TEST(LogFilesTest, MakeDirectoryPathCreatesEveryMissingLevel) {
-  TempDir dir;
-  const fs::path deep = dir.Path() / "a" / "b" / "c";
-  EXPECT_TRUE(MakeDirectoryPath(deep.string()));
-  EXPECT_TRUE(fs::is_directory(deep));
-  testing::WriteFile(dir.File("file"), "x");
-  EXPECT_FALSE(MakeDirectoryPath((dir.Path() / "file" / "sub").string())) << "under a file";
-}
-
-TEST(LogFilesTest, RotationDeletesTheOldestFirstAndContinuesAfterTheNewest) {
+TEST(LogFilesTest, RotationDeletesTheOldestFirstAndContinuesAfterTheNewestInDirectoriesItMakes) {
   const struct {
     std::vector<int> indexes;  // oldest first, or all written at once when `tied`
     int64_t max_count;
@@ -70,7 +61,6 @@ TEST(LogFilesTest, RotationDeletesTheOldestFirstAndContinuesAfterTheNewest) {
     int next;
     bool tied = false;
   } cases[] = {
-      {{4, 5, 6}, 10, {}, 7},
       {{7, 3, 9, 1, 2}, 3, {7, 3, 9}, 3},         // by age, not by index
       {{7, 2, 5}, 3, {2}, 3, true},               // of equal ages the first in name order
       {{99998, 99999}, 10, {}, 0},                // 99999 is followed by 00000
@@ -91,16 +81,17 @@ TEST(LogFilesTest, RotationDeletesTheOldestFirstAndContinuesAfterTheNewest) {
     EXPECT_EQ(Index(c.next), Index(plan.next_index)) << c.indexes.front();
   }
 
-  // Rotations faster than the file system's clock keep their order too.
+  // Rotations faster than the file system's clock keep their order too; the first one
+  // makes every missing level of the directory.
   TempDir dir;
+  const fs::path logs = dir.Path() / "a" / "b";
   LogFile log;
-  for (int i = 0; i < 30; ++i) {
-    RotateLogFile(log, dir.Path().string(), "kelcmd.log", 10);
-    log.WriteNote("x");
-  }
-  EXPECT_EQ(10, std::distance(fs::directory_iterator(dir.Path()), fs::directory_iterator()));
-  for (int i = 0; i < 30; ++i) EXPECT_EQ(i >= 20, fs::exists(dir.File(Index(i)))) << i;
-  EXPECT_TRUE(ParseLog(ReadFile(dir.File(Index(28)))).footer) << "a rotated file is closed";
+  for (int i = 0; i < 30; ++i) RotateLogFile(log, logs.string(), "kelcmd.log", 10);
+  ASSERT_TRUE(fs::is_directory(logs));
+  EXPECT_EQ(10, std::distance(fs::directory_iterator(logs), fs::directory_iterator()));
+  for (int i = 0; i < 30; ++i) EXPECT_EQ(i >= 20, fs::exists(logs / Index(i))) << i;
+  EXPECT_TRUE(ParseLog(ReadFile((logs / Index(28)).string())).footer) << "a rotated file is closed";
+  EXPECT_FALSE(MakeDirectoryPath((logs / Index(28) / "sub").string())) << "under a file";
 }
 
 TEST(LogFileTest, HeaderAtOnceRowsInWholeLinesFooterAtClose) {
@@ -111,18 +102,16 @@ TEST(LogFileTest, HeaderAtOnceRowsInWholeLinesFooterAtClose) {
   EXPECT_TRUE(ParseLog(header).header);
   const CanRow row{false, 1, 0x123, false, 3, {1, 2, 3}};
   size_t rows = 0;
-  while (!log.Full()) rows += log.WriteRow(row, platform::WallNow()) > 0 ? 1 : 0;
+  for (; !log.Full(); ++rows) log.WriteRow(row, platform::WallNow());
   EXPECT_EQ(header, ReadFile(name)) << "rows wait in memory until the next one";
   log.WriteRow(row, platform::WallNow());
   const ParsedLog flushed = ParseLog(ReadFile(name));
   EXPECT_TRUE(flushed.cut.empty() && flushed.bad_lines.empty()) << "whole rows only";
   EXPECT_EQ(rows, flushed.rows.size());
-  log.WriteNote("COMMENT 'hi'");
   log.Close();
   const ParsedLog closed = ParseLog(ReadFile(name));
   EXPECT_TRUE(closed.header && closed.footer && closed.bad_lines.empty());
   EXPECT_EQ(rows + 1, closed.rows.size());
-  EXPECT_EQ(std::vector<std::string>{"COMMENT 'hi'"}, closed.notes);
   EXPECT_EQ(0U, log.WriteRow(row, platform::WallNow())) << "a closed log writes nothing";
 }
 

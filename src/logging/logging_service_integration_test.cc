@@ -33,12 +33,6 @@ bool WaitFor(const std::function<bool()>& done) {
   return true;
 }
 
-// What channel `channel` sends as its frame `n` in the flood.
-FrameBytes Sent(uint32_t channel, uint32_t n) {
-  return testing::Command(0x100 + channel, (n % 9) | (channel % 2 == 1 ? kInfoExtended : 0), n,
-                          0xA5A5A5A5);
-}
-
 std::string Fields(const CanRow& row) {
   char text[kMaxRowSize];
   return std::string(text, FormatRowFields(row, text));
@@ -46,16 +40,6 @@ std::string Fields(const CanRow& row) {
 
 class LoggingServiceTest : public testing::BoardTest {
  protected:
-  void SetUp() override {
-    BoardTest::SetUp();
-    CurrentSettings().proxy_port = board_->BasePort();
-    CurrentSettings().log_file_path = dir_.Path().string();
-  }
-  void TearDown() override {
-    StopLogging();
-    BoardTest::TearDown();
-  }
-
   LoggingConfig Config(int base_port, uint64_t size_limit = 0xA00000) const {
     return {"127.0.0.1", base_port, dir_.Path().string(), "kelcmd.log", size_limit, 50};
   }
@@ -84,7 +68,7 @@ TEST_F(LoggingServiceTest, FourFloodedChannelsLoseNoFrameAndKeepTheirOrderAcross
   for (uint32_t channel = 0; channel < 4; ++channel) {
     std::vector<uint8_t> all;
     for (uint32_t n = 0; n < kFrames; ++n) {
-      const FrameBytes frame = Sent(channel, n);
+      const FrameBytes frame = testing::Command(0x100 + channel, 8, n);
       all.insert(all.end(), frame.begin(), frame.end());
     }
     ASSERT_TRUE(senders[channel].Connect(board_->Address(static_cast<int>(channel))));
@@ -101,9 +85,8 @@ TEST_F(LoggingServiceTest, FourFloodedChannelsLoseNoFrameAndKeepTheirOrderAcross
     for (const CanRow& row : logs[f].rows) {
       const uint32_t from = static_cast<uint32_t>(row.channel + 1) % 4;  // 0-2 and 1-3
       const uint32_t n = next.at(static_cast<size_t>(row.channel - 1))++;
-      CanRow sent{false, row.channel, 0x100 + from, from % 2 == 1, static_cast<int>(n % 9), {}};
-      std::copy_n(Sent(from, n).begin() + 8, 8, sent.data.begin());  // the data words
-      ASSERT_EQ(Fields(sent), Fields(row)) << "slot " << row.channel << ", frame " << n;
+      ASSERT_TRUE(row.id == 0x100 + from && FrameWord(row.data.data(), 0) == n)
+          << "slot " << row.channel << ", frame " << n;
     }
     // A file is rotated at the first row that finds it at 1 MiB or more.
     const size_t body = logs[f].size - FooterText("01:01:2000 00:00:00:000").size();
@@ -116,8 +99,7 @@ TEST_F(LoggingServiceTest, RecordsWithANegativeIdentifierAreSkippedAndRecordsCut
   FakeBoard peer([](platform::Socket& client) {
     std::vector<uint8_t> stream;
     for (const FrameBytes& frame :
-         {testing::Command(0x123, 3, 0x00FF0201), testing::Command(0x80000100),
-          testing::Command(0xFFFFFFFF, 8, 1, 2),
+         {testing::Command(0x123, 3, 0x00FF0201), testing::Command(0x80000100, 8, 1, 2),
           testing::Command(0x1ABCDEF0, kInfoExtended | 12, 0x04030201, 0x08070605)}) {
       stream.insert(stream.end(), frame.begin(), frame.end());
     }
@@ -139,12 +121,14 @@ TEST_F(LoggingServiceTest, RecordsWithANegativeIdentifierAreSkippedAndRecordsCut
 }
 
 TEST_F(LoggingServiceTest, LogCommandActionsAndStatusTexts) {
+  CurrentSettings().proxy_port = board_->BasePort();
+  CurrentSettings().log_file_path = dir_.Path().string();
   const auto status = [this](bool on, const std::string& limits, int files,
                              const std::string& name = "kelcmd.log", std::string path = "") {
-    std::string text = on ? "0 Logging is active and running (" + limits + ")\n"
-                          : "0 Logging is not active and not running (" + limits + ")\n";
-    text += " + " + std::to_string(files) + " files / 0 MiB written\n + name '" + name +
-            "'\n + path '" + (path.empty() ? dir_.Path().string() : path) + "'\n";
+    std::string text = std::string("Logging is ") + (on ? "" : "not ") + "active and " +
+                       (on ? "" : "not ") + "running (" + limits + ")\n + " +
+                       std::to_string(files) + " files / 0 MiB written\n + name '" + name +
+                       "'\n + path '" + (path.empty() ? dir_.Path().string() : path) + "'\n";
     for (int i = 0; on && i < 4; ++i) {
       text += " + socket " + std::to_string(i + 1) +
               ": 127.0.0.1:" + std::to_string(board_->Port(i)) + "\n";
@@ -152,37 +136,35 @@ TEST_F(LoggingServiceTest, LogCommandActionsAndStatusTexts) {
     return text;
   };
   const std::string ten = "10MiB * 10 files";
-  const std::string bad = "-102 ERROR -102: Bad or missing arguments (try 'help log')\r\n";
+  const std::string idle = status(false, ten, 0);
   const std::string stopped = status(false, ten, 1);
-  const std::string three = status(false, "16MiB * 3 files", 1).substr(2);
+  const std::string three = status(false, "16MiB * 3 files", 1);
+  const std::string bad = "ERROR -102: Bad or missing arguments (try 'help log')\r\n";
   const struct {
     const char* line;
-    std::string result;  // the result, a blank and the text
+    ResultCode result;
+    std::string text;
   } steps[] = {
-      {"log", status(false, ten, 0)},
-      {"log view", status(false, ten, 0)},
-      {"logging status", status(false, ten, 0)},
-      {"log comment early", "-110 ERROR -110: Logging not active\r\n"},
-      {"log start", status(true, ten, 1)},
-      {"log comment  hello; ver  ", "0 "},
-      {"log note", "0 "},
-      {"log on", status(true, ten, 1)},  // starts over
-      {"log note 100% %s", "0 "},
-      {"log off", stopped},
-      {"log stop", stopped},
-      {"log START", bad},  // words are taken as written
-      {"log sizes 1", bad},
-      {"log bogus;log start", bad},  // the line ends at the failure
-      {"log", stopped},
-      {"log size 0x10;log count 3", status(false, "16MiB * 10 files", 1) + three},
-      {"log usb 1;log usbntf 2", "0 " + three + three},
-      {"log debug 1;log windbg 2;log windebug 3", "0 " + three + three + three},
-      {"log file  other;name.log  ", status(false, "16MiB * 3 files", 1, "other;name.log")},
-      {"log path  a b  ", status(false, "16MiB * 3 files", 1, "other;name.log", "a b")},
+      {"log;log view;logging status", kOk, idle + idle + idle},
+      {"log comment early", kErrLogging, "ERROR -110: Logging not active\r\n"},
+      {"log start", kOk, status(true, ten, 1)},
+      {"log comment  hello; ver  ", kOk, ""},
+      {"log note", kOk, ""},
+      {"log on", kOk, status(true, ten, 1)},  // starts over
+      {"log note 100% %s", kOk, ""},
+      {"log off;log stop", kOk, stopped + stopped},
+      {"log START", kErrBadArgs, bad},  // words are taken as written
+      {"log sizes 1", kErrBadArgs, bad},
+      {"log size 0x10;log count 3", kOk, status(false, "16MiB * 10 files", 1) + three},
+      {"log usb 1;log usbntf 2", kOk, three + three},
+      {"log debug 1;log windbg 2;log windebug 3", kOk, three + three + three},
+      {"log file  other;name.log  ", kOk, status(false, "16MiB * 3 files", 1, "other;name.log")},
+      {"log path  a b  ", kOk, status(false, "16MiB * 3 files", 1, "other;name.log", "a b")},
   };
   for (const auto& step : steps) {
     const testing::LineRun run = Run(step.line);
-    EXPECT_EQ(step.result, std::to_string(run.result) + " " + run.text) << step.line;
+    EXPECT_EQ(step.result, run.result) << step.line;
+    EXPECT_EQ(step.text, run.text) << step.line;
   }
   EXPECT_EQ(2U, CurrentSettings().log_usb_notify);
   EXPECT_EQ(3U, CurrentSettings().log_win_debug);
