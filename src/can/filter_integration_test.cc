@@ -14,21 +14,18 @@ namespace {
 
 using FilterCommandTest = testing::BoardTest;
 
-constexpr char kCleared[] = "CAN=2, MIDE=0, AM=0x000, PRI=0, IDE=0, AR=0x000\n";
-
 TEST_F(FilterCommandTest, SubcommandsPrintTheFilterTheyLeave) {
   const char* const steps[][2] = {
-      {"filt", kCleared},
+      {"filt", "CAN=2, MIDE=0, AM=0x000, PRI=0, IDE=0, AR=0x000\n"},
       {"filter add 0x100,0x101", "CAN=2, MIDE=0, AM=0x7FE, PRI=0, IDE=0, AR=0x100\n"},
       {"filt ADD 0x102-0x103", "CAN=2, MIDE=0, AM=0x7FC, PRI=0, IDE=0, AR=0x100\n"},
       // One mask cannot leave 0x103 alone out of 0x100-0x103.
       {"filt del 0x103", "CAN=2, MIDE=0, AM=0x7FC, PRI=0, IDE=0, AR=0x100\n"},
       {"filt del 0x102-0x103", "CAN=2, MIDE=0, AM=0x7FE, PRI=0, IDE=0, AR=0x100\n"},
       {"filt delete 0x101", "CAN=2, MIDE=0, AM=0x7FF, PRI=0, IDE=0, AR=0x100\n"},
-      {"filt get", "CAN=2, MIDE=0, AM=0x7FF, PRI=0, IDE=0, AR=0x100\n"},
       // 0x800 needs 12 bits: the 29-bit form, from the cover as read (AM without bit 11).
       {"filt add 0x800", "CAN=2, MIDE=0, AM=0x000006FF, PRI=0, IDE=1, AR=0x00000000\n"},
-      {"filt clr", kCleared},
+      {"filt clr", "CAN=2, MIDE=0, AM=0x000, PRI=0, IDE=0, AR=0x000\n"},
       {"filt set AR=0x800", "CAN=2, MIDE=0, AM=0x00000000, PRI=2, IDE=1, AR=0x00000800\n"},
       {"filt set IDE=0,AR=0x800", "CAN=2, MIDE=0, AM=0x000, PRI=2, IDE=0, AR=0x000\n"},
       {"filt set mide=1 am=0x7F0 ar=0x120", "CAN=2, MIDE=1, AM=0x7F0, PRI=2, IDE=0, AR=0x120\n"},
@@ -36,7 +33,6 @@ TEST_F(FilterCommandTest, SubcommandsPrintTheFilterTheyLeave) {
       {"filt set IDE=1,AM=0x1FFF0000,AR=0x120000",
        "CAN=2, MIDE=1, AM=0x1FFF0000, PRI=2, IDE=1, AR=0x00120000\n"},
       {"filt del 0x128000-0x12FFFF", "CAN=2, MIDE=1, AM=0x1FFF8000, PRI=2, IDE=1, AR=0x00120000\n"},
-      {"filt clear", kCleared},
   };
   for (const auto& [line, text] : steps) {
     const testing::LineRun run = Run(line, 2);
@@ -51,7 +47,7 @@ TEST_F(FilterCommandTest, TstListsTheMatchesOnTheConsole) {
   const std::string next16 =
       "0x10 0x11 0x12 0x13 0x14 0x15 0x16 0x17 0x18 0x19 0x1A 0x1B 0x1C 0x1D 0x1E 0x1F \n  ";
   const std::string cases[][3] = {
-      {"filt clr", "", "CAN filter not set\n"},
+      {"filt clear", "", "CAN filter not set\n"},
       {"filt add 0x100,0x101", "0x100 0x101 \n", "Total 2 CAN ID matches\n"},
       {"filt set AM=0x7F0,AR=0", first16 + "\n", "Total 16 CAN ID matches\n"},
       {"filt set AM=0x7E0", first16 + next16, "Total 32 CAN ID matches\n"},
@@ -78,7 +74,6 @@ TEST_F(FilterCommandTest, WritesGoToTheChannelOfTheSettings) {
   const sim::BoardState state = board_->State();
   EXPECT_EQ(0x1FFC0000U, state.channels[3].filter_mask);
   EXPECT_EQ(0x04000000U, state.channels[3].filter_arbitration);
-  EXPECT_EQ(0U, state.channels[0].filter_mask | state.channels[0].filter_arbitration);
 }
 
 TEST_F(FilterCommandTest, BadArgumentsChangeNothingAndASilentBoardFailsTheRead) {
@@ -97,7 +92,7 @@ TEST_F(FilterCommandTest, BadArgumentsChangeNothingAndASilentBoardFailsTheRead) 
   sim::Faults faults;
   faults.close_after_frames = 0;
   board_->SetFaults(faults);
-  for (const char* line : {"filt", "filt add 5", "filt tst"}) {
+  for (const char* line : {"filt get", "filt add 5", "filt tst"}) {
     const testing::LineRun run = Run(line, 2);
     EXPECT_EQ(kErrMsgIo, run.result) << line;
     EXPECT_EQ("ERROR -101: MsgIO failed\r\n", run.text) << line;
