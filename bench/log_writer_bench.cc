@@ -50,9 +50,10 @@ std::vector<CanRow> SampleRows() {
   return rows;
 }
 
-void BM_LogRows(benchmark::State& state) {
+// Writes one sample row per iteration into /dev/null, row i stamped with time_of(i).
+template <typename TimeOf>
+void WriteRows(benchmark::State& state, TimeOf time_of) {
   const std::vector<CanRow> rows = SampleRows();
-  const auto rows_per_reading = static_cast<size_t>(state.range(0));
   LogFile log = LogFile::Create(kSink);
   if (!log.IsOpen()) {
     state.SkipWithError("cannot open /dev/null");
@@ -60,37 +61,32 @@ void BM_LogRows(benchmark::State& state) {
   }
   size_t i = 0;
   uint64_t bytes = 0;
-  platform::WallTime now = platform::WallNow();
   for (auto _ : state) {
-    if (i % rows_per_reading == 0) now = platform::WallNow();
-    bytes += log.WriteRow(rows[i++ % kRowKinds], now);
+    bytes += log.WriteRow(rows[i % kRowKinds], time_of(i));
+    ++i;
   }
   state.SetItemsProcessed(state.iterations());
   state.SetBytesProcessed(static_cast<int64_t>(bytes));
 }
+
+void BM_LogRows(benchmark::State& state) {
+  const auto rows_per_reading = static_cast<size_t>(state.range(0));
+  platform::WallTime now = platform::WallNow();
+  WriteRows(state, [&](size_t i) {
+    if (i % rows_per_reading == 0) now = platform::WallNow();
+    return now;
+  });
+}
 BENCHMARK(BM_LogRows)->Arg(1)->Arg(16);
 
 void BM_LogRowsStamped(benchmark::State& state) {
-  const std::vector<CanRow> rows = SampleRows();
   std::vector<platform::WallTime> times(3 * 65536);
   const platform::WallTime start = platform::WallNow();
   for (size_t i = 0; i < times.size(); ++i) {
     const int64_t ms = start.milliseconds + static_cast<int64_t>(i / 3);
     times[i] = platform::WallTime{start.seconds + ms / 1000, static_cast<int>(ms % 1000)};
   }
-  LogFile log = LogFile::Create(kSink);
-  if (!log.IsOpen()) {
-    state.SkipWithError("cannot open /dev/null");
-    return;
-  }
-  size_t i = 0;
-  uint64_t bytes = 0;
-  for (auto _ : state) {
-    bytes += log.WriteRow(rows[i % kRowKinds], times[i % times.size()]);
-    ++i;
-  }
-  state.SetItemsProcessed(state.iterations());
-  state.SetBytesProcessed(static_cast<int64_t>(bytes));
+  WriteRows(state, [&](size_t i) { return times[i % times.size()]; });
 }
 BENCHMARK(BM_LogRowsStamped);
 
