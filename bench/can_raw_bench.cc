@@ -21,7 +21,7 @@
 #include "device/frame.h"
 #include "platform/clock.h"
 #include "platform/socket.h"
-#include "shell/parse.h"
+#include "core/parse.h"
 
 namespace kel {
 namespace {

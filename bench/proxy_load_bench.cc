@@ -33,7 +33,7 @@
 #include "platform/subprocess.h"
 #include "proxy/free_ports.h"
 #include "proxy/tcp_server.h"
-#include "shell/parse.h"
+#include "core/parse.h"
 
 namespace kel {
 namespace {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/clock.h"
-#include "shell/result.h"
+#include "core/result.h"
 #include "support/kelsim_process.h"
 #include "support/programs.h"
 #include "support/temp_dir.h"

@@ -5,7 +5,7 @@
 
 #include <regex>
 
-#include "shell/result.h"
+#include "core/result.h"
 #include "support/kelsim_process.h"
 #include "support/programs.h"
 #include "support/temp_dir.h"

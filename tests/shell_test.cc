@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "shell/result.h"
+#include "core/result.h"
 #include "support/programs.h"
 #include "support/temp_dir.h"
 

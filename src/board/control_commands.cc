@@ -3,9 +3,9 @@
 #include <cstdlib>
 #include <string>
 
+#include "core/parse.h"
 #include "device/command_codes.h"
 #include "device/device_link.h"
-#include "shell/parse.h"
 
 namespace kel {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "shell/command.h"
+#include "core/command.h"
 
 namespace kel {
 

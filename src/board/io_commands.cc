@@ -3,10 +3,10 @@
 #include <string>
 
 #include "board/pins.h"
+#include "core/parse.h"
 #include "device/command_codes.h"
 #include "device/device_link.h"
 #include "platform/clock.h"
-#include "shell/parse.h"
 
 namespace kel {
 namespace {

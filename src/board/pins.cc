@@ -3,7 +3,7 @@
 #include <array>
 #include <string>
 
-#include "shell/parse.h"
+#include "core/parse.h"
 
 namespace kel {
 namespace {
@@ -40,6 +40,23 @@ std::string_view PinName(int index, bool mcu_table, bool short_form) {
   const PinNames& pin = kPins[static_cast<size_t>(index)];
   if (mcu_table) return short_form ? pin.message_bit : pin.mcu_pin;
   return short_form ? pin.short_id : pin.friendly;
+}
+
+std::string PinChoices() {
+  std::string text;
+  for (int pin = 1; pin <= kPinCount; ++pin) {
+    if (pin > 1) text += ", ";
+    text += '\'';
+    text += PinName(pin, true, false);
+    text += "'/'";
+    text += PinName(pin, true, true);
+    text += "'/'";
+    text += PinName(pin, false, false);
+    text += "'/'";
+    text += PinName(pin, false, true);
+    text += '\'';
+  }
+  return text;
 }
 
 uint16_t ParsePinList(std::string_view text) {

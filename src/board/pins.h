@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace kel {
@@ -12,6 +13,10 @@ inline constexpr int kPinCount = 14;
 /// short id, (true, false) MCU pin, (true, true) message bit. Any index outside 1 to 14
 /// yields "???".
 std::string_view PinName(int index, bool mcu_table, bool short_form);
+
+/// Every pin's four names as a bad pin list offers them, pin after pin:
+///   "'P0.13'/'b1'/'D9 12V power'/'D9', 'P0.14'/'b2'/..."
+std::string PinChoices();
 
 /// The 16-bit pin mask of a pin list: items separated by ',' or ';', each a number
 /// (an item starting with '0' or with 'x' as its second character, read by ParseValue)

@@ -16,6 +16,14 @@ TEST(PinNameTest, FourFormsAndUnknownIndexes) {
   for (int index : {0, 15, -1, 99}) EXPECT_EQ("???", PinName(index, true, true)) << index;
 }
 
+TEST(PinChoicesTest, EveryPinsFourNamesInSelectorOrder) {
+  const std::string text = PinChoices();
+  EXPECT_EQ(0U, text.find("'P0.13'/'b1'/'D9 12V power'/'D9', 'P0.14'/'b2'/"));
+  const std::string tail = ", 'P5.5'/'b14'/'3.7V power'/'EN_3V7'";
+  ASSERT_GE(text.size(), tail.size());
+  EXPECT_EQ(tail, text.substr(text.size() - tail.size()));
+}
+
 TEST(ParsePinListTest, NamesNumbersAndLists) {
   struct Case {
     const char* text;

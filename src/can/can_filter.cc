@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "can/texts.h"
-#include "shell/parse.h"
+#include "core/parse.h"
 
 namespace kel {
 namespace {

@@ -4,10 +4,10 @@
 #include "can/can_filter.h"
 #include "can/texts.h"
 #include "config/settings.h"
+#include "core/console.h"
+#include "core/parse.h"
 #include "device/command_codes.h"
 #include "device/device_link.h"
-#include "shell/console.h"
-#include "shell/parse.h"
 
 namespace kel {
 namespace {

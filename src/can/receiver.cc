@@ -4,8 +4,8 @@
 #include "can/send_text.h"
 #include "can/texts.h"
 #include "can/traffic.h"
+#include "core/parse.h"
 #include "device/device_link.h"
-#include "shell/parse.h"
 
 namespace kel {
 namespace {

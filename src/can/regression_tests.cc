@@ -5,12 +5,12 @@
 
 #include "can/workers.h"
 #include "config/settings.h"
+#include "core/console.h"
+#include "core/invocation.h"
+#include "core/parse.h"
+#include "core/wildcard.h"
 #include "platform/console.h"
 #include "platform/subprocess.h"
-#include "shell/console.h"
-#include "shell/entry.h"
-#include "shell/executor.h"
-#include "shell/parse.h"
 
 namespace kel {
 namespace {
@@ -22,28 +22,6 @@ constexpr size_t kCommandLineMax = 1023;
 constexpr int kWaitSliceMs = 333;
 
 enum class RunEnd { kPassed, kFailed, kBroken };
-
-bool MatchFrom(std::string_view name, std::string_view pattern) {
-  auto lower = [](char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; };
-  while (!pattern.empty()) {
-    const char p = pattern.front();
-    if (p == '"' || p == '\\') {
-      pattern.remove_prefix(1);
-      continue;
-    }
-    if (p == '*') {
-      pattern.remove_prefix(1);
-      for (size_t skip = 0; skip <= name.size(); ++skip) {
-        if (MatchFrom(name.substr(skip), pattern)) return true;
-      }
-      return false;
-    }
-    if (name.empty() || (p != '?' && lower(p) != lower(name.front()))) return false;
-    name.remove_prefix(1);
-    pattern.remove_prefix(1);
-  }
-  return name.empty();
-}
 
 void Describe(const TestEntry& test) {
   ConsolePrintf("Test '%.*s':\n\t%.*s\nCommands:\n", static_cast<int>(test.name.size()),
@@ -163,10 +141,6 @@ const std::vector<TestEntry>& RegressionTests() {
         "delay 10s;mon curr 1ms 80s", "delay 5s;mon out 90s"}},
   };
   return tests;
-}
-
-bool MatchWildcard(std::string_view name, std::string_view pattern) {
-  return MatchFrom(name, pattern);
 }
 
 ResultCode HandleTest(const CommandEntry& /*entry*/, std::string_view& rest, Output& /*out*/) {

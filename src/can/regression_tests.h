@@ -3,7 +3,7 @@
 #include <string_view>
 #include <vector>
 
-#include "shell/command.h"
+#include "core/command.h"
 
 namespace kel {
 
@@ -18,11 +18,6 @@ struct TestEntry {
 
 /// The five tests, in their order.
 const std::vector<TestEntry>& RegressionTests();
-
-/// Case-insensitive match of `name` against `pattern`: '*' stands for any run of
-/// characters, '?' for any one; '"' and '\' in the pattern are skipped.
-///   ("sync2", "sync*") -> true, ("SYNC", "s?nc") -> true, ("rank1", "\"rank1\"") -> true
-bool MatchWildcard(std::string_view name, std::string_view pattern);
 
 /// test / rtest / runtest: lists, describes or runs the tests that match the argument.
 /// Called as rtest it runs them again and again until one fails or a key is pressed.

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "shell/parse.h"
+#include "core/parse.h"
 
 namespace kel {
 namespace {

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "config/settings.h"
-#include "shell/parse.h"
+#include "core/parse.h"
 
 namespace kel {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "shell/command.h"
+#include "core/command.h"
 
 namespace kel {
 

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "shell/parse.h"
+#include "core/parse.h"
 
 namespace kel {
 

@@ -1,7 +1,7 @@
 #include "config/settings.h"
 
-#include "shell/console.h"
-#include "shell/parse.h"
+#include "core/console.h"
+#include "core/parse.h"
 
 namespace kel {
 namespace {

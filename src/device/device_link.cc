@@ -4,9 +4,9 @@
 #include <cstring>
 
 #include "config/settings.h"
+#include "core/console.h"
+#include "core/parse.h"
 #include "device/frame_text.h"
-#include "shell/console.h"
-#include "shell/parse.h"
 
 namespace kel {
 namespace {

@@ -1,6 +1,6 @@
 #include "logging/log_command.h"
 
-#include "shell/parse.h"
+#include "core/parse.h"
 
 namespace kel {
 namespace {

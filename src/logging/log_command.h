@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "config/settings.h"
+#include "core/command.h"
 #include "logging/logging_service.h"
-#include "shell/command.h"
 
 namespace kel {
 

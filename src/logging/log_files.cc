@@ -4,8 +4,8 @@
 #include <cstring>
 #include <utility>
 
+#include "core/parse.h"
 #include "platform/clock.h"
-#include "shell/parse.h"
 
 namespace kel {
 namespace {

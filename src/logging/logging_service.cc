@@ -6,9 +6,9 @@
 #include <cstring>
 
 #include "config/settings.h"
+#include "core/parse.h"
 #include "device/frame.h"
 #include "platform/thread.h"
-#include "shell/parse.h"
 
 namespace kel {
 namespace {

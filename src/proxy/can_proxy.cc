@@ -6,9 +6,9 @@
 #include <set>
 
 #include "config/settings.h"
+#include "core/parse.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
-#include "shell/parse.h"
 
 namespace kel {
 namespace {

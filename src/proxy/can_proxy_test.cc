@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "core/command.h"
 #include "proxy/proxy_command.h"
-#include "shell/command.h"
 
 namespace kel {
 namespace {
@@ -27,8 +27,8 @@ TEST(CanProxyTest, LocalPortsMapToTheDevicePortPlusTheirDistanceFromTheProxyPort
 }
 
 TEST(CanProxyTest, CommandWordsShowTheStatusOrFailWithBadArguments) {
-  const CommandEntry* entry = FindCommand("proxy");
-  ASSERT_NE(nullptr, entry);
+  const CommandEntry row{.names = {"proxy"}, .handler = HandleProxy};
+  const CommandEntry* entry = &row;
   const std::string stopped = "Proxy is not running.\n";
   const std::string bad = "ERROR -102: Bad or missing arguments (try 'help proxy')\r\n";
   // The proxy is stopped here and stopping keeps it so; starts need free ports.

@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "config/settings.h"
-#include "shell/console.h"
+#include "core/console.h"
 
 namespace kel {
 namespace {

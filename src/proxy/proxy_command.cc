@@ -2,8 +2,8 @@
 
 #include <string>
 
+#include "core/parse.h"
 #include "proxy/can_proxy.h"
-#include "shell/parse.h"
 
 namespace kel {
 namespace {

@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
+#include "core/parse.h"
 #include "platform/clock.h"
 #include "platform/socket_options.h"
 #include "platform/thread.h"
-#include "shell/parse.h"
 
 namespace kel {
 namespace {

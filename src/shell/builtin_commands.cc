@@ -4,10 +4,11 @@
 #include <string>
 
 #include "config/settings.h"
+#include "core/console.h"
+#include "core/parse.h"
 #include "platform/clock.h"
 #include "platform/console.h"
-#include "shell/console.h"
-#include "shell/parse.h"
+#include "shell/command_table.h"
 
 namespace kel {
 namespace {

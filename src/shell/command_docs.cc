@@ -1,6 +1,6 @@
 #include "shell/command_docs.h"
 
-#include "shell/command.h"
+#include "shell/command_table.h"
 
 namespace kel {
 

@@ -4,29 +4,23 @@
 #include <string>
 
 #include "config/settings.h"
+#include "core/invocation.h"
+#include "core/output.h"
+#include "core/parse.h"
+#include "core/safe_format.h"
 #include "logging/logging_service.h"
 #include "platform/console.h"
 #include "platform/process.h"
 #include "platform/socket.h"
 #include "proxy/can_proxy.h"
-#include "shell/command.h"
+#include "shell/command_table.h"
 #include "shell/executor.h"
-#include "shell/output.h"
-#include "shell/parse.h"
-#include "shell/safe_format.h"
 
 namespace kel {
 namespace {
 
 constexpr size_t kJoinedLineSize = 0x4000;   // the joined command line and batch output
 constexpr size_t kConsoleLineSize = 0x2000;  // one console line and its output
-constexpr size_t kProgramPathMax = 1024;
-
-std::string& MutableProgramPath() {
-  static std::string path;
-  return path;
-}
-
 enum class OptionOutcome { kContinue, kExit };
 
 // Applies one "-<letter><value>" argument to the settings.
@@ -83,8 +77,6 @@ void ConsoleLoop() {
 }
 
 }  // namespace
-
-const std::string& ProgramPath() { return MutableProgramPath(); }
 
 std::string UsageText() {
   const Settings& s = CurrentSettings();
@@ -157,7 +149,7 @@ int KelcmdMain(int argc, char** argv) {
   std::string joined;
   LoadSettings("");
   if (argc > 0 && argv[0] != nullptr) {
-    MutableProgramPath() = std::string(argv[0]).substr(0, kProgramPathMax);
+    SetProgramPath(argv[0]);
   }
   for (int i = 1; i < argc; ++i) {
     const std::string_view argument(argv[i]);

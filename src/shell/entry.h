@@ -5,11 +5,6 @@
 
 namespace kel {
 
-inline constexpr const char* kVersion = KEL_VERSION;
-
-/// The program path the process was started with (argv[0], at most 1024 bytes).
-const std::string& ProgramPath();
-
 /// The usage text, filled with the current settings.
 std::string UsageText();
 

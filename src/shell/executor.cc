@@ -3,9 +3,10 @@
 #include <exception>
 #include <new>
 
+#include "core/invocation.h"
+#include "core/parse.h"
 #include "device/device_link.h"
-#include "shell/command.h"
-#include "shell/parse.h"
+#include "shell/command_table.h"
 
 namespace kel {
 namespace {
@@ -16,17 +17,10 @@ std::string& PendingBuffer() {
   return pending;
 }
 
-std::string& MutableCalledName() {
-  static std::string name;
-  return name;
-}
-
 // Command words are cut at 63 characters, as the word buffer holds 64 bytes.
 constexpr size_t kCommandWordSize = 64;
 
 }  // namespace
-
-std::string_view CalledName() { return MutableCalledName(); }
 
 ResultCode RunCommandLine(const DeviceTarget& target, std::string_view text, Output& out) {
   // The line ends at its first NUL, as a C string would.
@@ -71,7 +65,7 @@ ResultCode DispatchCommand(const DeviceTarget& target, std::string_view name,
   if (entry->needs_device && !Device().Connect(target.address, target.port)) {
     return FormatResult(entry, kErrConnect, out);
   }
-  MutableCalledName() = std::string(name);
+  SetCalledName(name);
   ResultCode result = kOk;
   try {
     result = entry->handler(*entry, rest, out);
@@ -80,7 +74,7 @@ ResultCode DispatchCommand(const DeviceTarget& target, std::string_view name,
   } catch (const std::exception&) {
     result = FormatResult(entry, kErrNok, out);
   }
-  MutableCalledName().clear();
+  SetCalledName({});
   return result;
 }
 

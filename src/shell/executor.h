@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
-#include "shell/output.h"
-#include "shell/result.h"
+#include "core/output.h"
+#include "core/result.h"
 
 namespace kel {
 
@@ -28,9 +28,5 @@ ResultCode ExecuteCommand(const DeviceTarget& target, std::string_view& pending,
 /// the device first when the command needs it.
 ResultCode DispatchCommand(const DeviceTarget& target, std::string_view name,
                            std::string_view& rest, Output& out);
-
-/// The name by which the running command was called, as the user typed it ("runtest"
-/// where the row's first name is "rtest"). Empty outside a command.
-std::string_view CalledName();
 
 }  // namespace kel

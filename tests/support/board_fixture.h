@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "device/frame.h"
-#include "shell/result.h"
+#include "core/result.h"
 #include "sim/simulator.h"
 
 namespace kel::testing {

@@ -1,4 +1,4 @@
-#include "shell/parse.h"
+#include "core/parse.h"
 
 #include <gtest/gtest.h>
 

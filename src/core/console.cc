@@ -1,4 +1,4 @@
-#include "shell/console.h"
+#include "core/console.h"
 
 #include <cstdarg>
 #include <cstdio>

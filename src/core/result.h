@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace kel {
 
@@ -35,6 +36,10 @@ inline constexpr ResultCode kUserTermination = static_cast<ResultCode>(0xC000013
 /// The message line of `code`: "ERROR %d: " and the code's message, with the help hint
 /// of `entry` (may be null) for -102 and -104. Code 0 gives "Ok".
 std::string ErrorText(const CommandEntry* entry, ResultCode code);
+
+/// The choices that the -103 message offers between "(try " and ")": the names of the
+/// board's pins, which the program sets once at start (core knows no pins).
+void SetBadIoChoices(std::string_view choices);
 
 /// For a negative `code`, appends ErrorText and CR LF to `out`; returns `code`.
 ResultCode FormatResult(const CommandEntry* entry, ResultCode code, Output& out);

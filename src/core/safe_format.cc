@@ -1,4 +1,4 @@
-#include "shell/safe_format.h"
+#include "core/safe_format.h"
 
 #include <cstdio>
 #include <cstring>

@@ -1,16 +1,20 @@
-#include "shell/result.h"
+#include "core/result.h"
 
 #include <cstdio>
 
-#include "board/pins.h"
-#include "shell/command.h"
-#include "shell/output.h"
+#include "core/command.h"
+#include "core/output.h"
 
 namespace kel {
 namespace {
 
 // The message buffer of the original holds 8192 bytes, so texts are cut at 8191.
 constexpr size_t kErrorTextMax = 8191;
+
+std::string& BadIoChoices() {
+  static std::string choices;
+  return choices;
+}
 
 const char* MessageOf(ResultCode code) {
   switch (code) {
@@ -43,18 +47,8 @@ std::string ErrorText(const CommandEntry* entry, ResultCode code) {
   std::string text = prefix;
   if (code == kErrBadIo) {
     text += "Bad or missing io argument (try ";
-    for (int pin = 1; pin <= kPinCount; ++pin) {
-      text += '\'';
-      text += PinName(pin, true, false);
-      text += "'/'";
-      text += PinName(pin, true, true);
-      text += "'/'";
-      text += PinName(pin, false, false);
-      text += "'/'";
-      text += PinName(pin, false, true);
-      text += "', ";
-    }
-    text.replace(text.size() - 2, 2, ")");
+    text += BadIoChoices();
+    text += ")";
   } else {
     text += MessageOf(code);
     const bool hinted = code == kErrBadArgs || code == kErrBadBaud;
@@ -68,6 +62,8 @@ std::string ErrorText(const CommandEntry* entry, ResultCode code) {
   if (text.size() > kErrorTextMax) text.resize(kErrorTextMax);
   return text;
 }
+
+void SetBadIoChoices(std::string_view choices) { BadIoChoices() = std::string(choices); }
 
 ResultCode FormatResult(const CommandEntry* entry, ResultCode code, Output& out) {
   if (code < 0) {

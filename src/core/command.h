@@ -3,8 +3,8 @@
 #include <string_view>
 #include <vector>
 
-#include "shell/output.h"
-#include "shell/result.h"
+#include "core/output.h"
+#include "core/result.h"
 
 namespace kel {
 
@@ -28,23 +28,18 @@ using CommandHandler = ResultCode (*)(const CommandEntry& entry, std::string_vie
 ///   description  - the one-line summary of `help`
 ///   arguments    - the argument lines of `help <name>`
 ///   examples     - the example lines of `help <name>`
+/// Rows are written with designated initializers; a field left out keeps its default.
 struct CommandEntry {
-  std::vector<std::string_view> names;
+  std::vector<std::string_view> names{};
   CommandHandler handler = nullptr;
   bool needs_device = false;
-  std::string_view aux;
-  std::string_view result_words;
-  std::string_view description;
-  std::vector<std::string_view> arguments;
-  std::vector<std::string_view> examples;
+  std::string_view aux{};
+  std::string_view result_words{};
+  std::string_view description{};
+  std::vector<std::string_view> arguments{};
+  std::vector<std::string_view> examples{};
 
   std::string_view Name() const { return names.empty() ? std::string_view() : names.front(); }
 };
-
-/// The 42 commands in their fixed order; lookup takes the first match.
-const std::vector<CommandEntry>& CommandTable();
-
-/// The first row with a name equal to `name` without regard to case, or null.
-const CommandEntry* FindCommand(std::string_view name);
 
 }  // namespace kel

@@ -1,4 +1,4 @@
-#include "shell/parse.h"
+#include "core/parse.h"
 
 #include <cmath>
 #include <cstdlib>
