@@ -161,8 +161,8 @@ class KelBus(can.BusABC):
                 readable, _, _ = select.select([self._socket], [], [], left)
                 if readable and not self._socket.recv(65536):
                     break
-        except OSError:
-            pass  # the board is gone already: nothing left to hand over
+        except (OSError, can.CanError):
+            pass  # the board is gone already: nothing left to put back or hand over
         finally:
             self._closed = True
             self._socket.close()

@@ -153,6 +153,16 @@ def test_a_board_that_goes_away_raises_a_can_error(make_board, options):
                 bus.send(MESSAGES[1])
 
 
+def test_a_bus_whose_board_went_away_still_shuts_down(make_board):
+    board = make_board("--close-after", "2")  # the bit-rate and the filter answers
+    bus = board.bus(0, can_filters=[{"can_id": 0x100, "can_mask": 0x700}])
+    with pytest.raises(can.CanOperationError):
+        bus.recv(30)
+    bus.shutdown()  # the filter cannot be put back; the bus closes all the same
+    with pytest.raises(can.CanOperationError):
+        bus.send(MESSAGES[1])
+
+
 def test_a_board_that_ends_while_a_read_waits_raises(make_board):
     board = make_board()
     outcome = []
