@@ -41,6 +41,12 @@ class Poller {
   /// Stops watching `socket`.
   void Remove(const Socket& socket);
 
+  /// The same for a descriptor that is not a socket, such as a pseudo-terminal's master
+  /// (POSIX only: on Windows the poller watches sockets alone).
+  bool AddHandle(intptr_t handle, uint32_t interest, uint64_t token);
+  bool ModifyHandle(intptr_t handle, uint32_t interest, uint64_t token);
+  void RemoveHandle(intptr_t handle);
+
   /// Waits up to `timeout_ms` (negative: without limit) until a watched socket is ready or
   /// Wake is called, then fills `events` and returns how many it filled: 0 after a time-out
   /// or a wake-up, -1 on an error of the system.

@@ -33,11 +33,11 @@ struct Poller::Impl {
     if (epoll_fd >= 0) close(epoll_fd);
   }
 
-  bool Control(int op, const Socket& socket, uint32_t interest, uint64_t token) {
+  bool Control(int op, intptr_t handle, uint32_t interest, uint64_t token) {
     epoll_event event{};
     event.events = EpollBits(interest);
     event.data.u64 = token;
-    return epoll_ctl(epoll_fd, op, static_cast<int>(socket.Handle()), &event) == 0;
+    return epoll_ctl(epoll_fd, op, static_cast<int>(handle), &event) == 0;
   }
 };
 
@@ -59,16 +59,26 @@ Poller::~Poller() = default;
 bool Poller::Valid() const { return impl_->epoll_fd >= 0 && impl_->wake_fd >= 0; }
 
 bool Poller::Add(const Socket& socket, uint32_t interest, uint64_t token) {
-  return impl_->Control(EPOLL_CTL_ADD, socket, interest, token);
+  return AddHandle(socket.Handle(), interest, token);
 }
 
 bool Poller::Modify(const Socket& socket, uint32_t interest, uint64_t token) {
-  return impl_->Control(EPOLL_CTL_MOD, socket, interest, token);
+  return ModifyHandle(socket.Handle(), interest, token);
 }
 
-void Poller::Remove(const Socket& socket) {
+void Poller::Remove(const Socket& socket) { RemoveHandle(socket.Handle()); }
+
+bool Poller::AddHandle(intptr_t handle, uint32_t interest, uint64_t token) {
+  return impl_->Control(EPOLL_CTL_ADD, handle, interest, token);
+}
+
+bool Poller::ModifyHandle(intptr_t handle, uint32_t interest, uint64_t token) {
+  return impl_->Control(EPOLL_CTL_MOD, handle, interest, token);
+}
+
+void Poller::RemoveHandle(intptr_t handle) {
   epoll_event unused{};
-  epoll_ctl(impl_->epoll_fd, EPOLL_CTL_DEL, static_cast<int>(socket.Handle()), &unused);
+  epoll_ctl(impl_->epoll_fd, EPOLL_CTL_DEL, static_cast<int>(handle), &unused);
 }
 
 int Poller::Wait(std::span<PollEvent> events, int timeout_ms) {

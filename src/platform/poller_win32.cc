@@ -56,15 +56,25 @@ Poller::~Poller() = default;
 bool Poller::Valid() const { return impl_->wake_in.Valid() && impl_->wake_out.Valid(); }
 
 bool Poller::Add(const Socket& socket, uint32_t interest, uint64_t token) {
-  std::lock_guard lock(impl_->mutex);
-  impl_->entries.push_back({static_cast<SOCKET>(socket.Handle()), interest, token});
-  return true;
+  return AddHandle(socket.Handle(), interest, token);
 }
 
 bool Poller::Modify(const Socket& socket, uint32_t interest, uint64_t token) {
+  return ModifyHandle(socket.Handle(), interest, token);
+}
+
+void Poller::Remove(const Socket& socket) { RemoveHandle(socket.Handle()); }
+
+bool Poller::AddHandle(intptr_t handle, uint32_t interest, uint64_t token) {
+  std::lock_guard lock(impl_->mutex);
+  impl_->entries.push_back({static_cast<SOCKET>(handle), interest, token});
+  return true;
+}
+
+bool Poller::ModifyHandle(intptr_t handle, uint32_t interest, uint64_t token) {
   std::lock_guard lock(impl_->mutex);
   for (Impl::Entry& e : impl_->entries) {
-    if (e.socket == static_cast<SOCKET>(socket.Handle())) {
+    if (e.socket == static_cast<SOCKET>(handle)) {
       e.interest = interest;
       e.token = token;
       return true;
@@ -73,11 +83,10 @@ bool Poller::Modify(const Socket& socket, uint32_t interest, uint64_t token) {
   return false;
 }
 
-void Poller::Remove(const Socket& socket) {
+void Poller::RemoveHandle(intptr_t handle) {
   std::lock_guard lock(impl_->mutex);
-  std::erase_if(impl_->entries, [&socket](const Impl::Entry& e) {
-    return e.socket == static_cast<SOCKET>(socket.Handle());
-  });
+  std::erase_if(impl_->entries,
+                [handle](const Impl::Entry& e) { return e.socket == static_cast<SOCKET>(handle); });
 }
 
 int Poller::Wait(std::span<PollEvent> events, int timeout_ms) {
