@@ -35,7 +35,8 @@ TEST_F(KelsimTest, HelpListsEveryOptionAndABadOptionEndsWithStatus2) {
   for (const char* option :
        {"--port N", "--bind ADDR", "--wire GROUPS", "--pace", "--help", "--noise N",
         "--delay-answer CODE:MS", "--drop-answer CODE", "--split-bytes", "--drop-every N",
-        "--close-after N", "--close-mid-frame", "--ignore-set-baud"}) {
+        "--close-after N", "--close-mid-frame", "--ignore-set-baud", "--serial",
+        "--serial-link PATH"}) {
     EXPECT_NE(std::string::npos, help.output.find("  " + std::string(option) + " ")) << option;
   }
   const ProgramRun bad = Kelsim({"-x"});

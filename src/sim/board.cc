@@ -85,6 +85,23 @@ bool Board::HasPeer(int channel) const {
   return false;
 }
 
+void Board::PowerOnReset(uint64_t now_ms) {
+  // Field by field, so that whatever else the board keeps (such as what it has played)
+  // outlives the reset.
+  state_.outputs = 0;
+  state_.debug = 0;
+  state_.events = 0;
+  state_.trace_started = false;
+  state_.frames_from_clients = state_.frames_to_clients = state_.frames_filtered = 0;
+  for (ChannelState& c : state_.channels) {
+    const uint32_t clients = c.clients;
+    c = ChannelState();
+    c.clients = clients;
+  }
+  bus_frames_.fill(0);
+  start_ms_ = now_ms;
+}
+
 void Board::ClientConnected(int channel) { ++Channel(channel).clients; }
 
 void Board::ClientDisconnected(int channel) {

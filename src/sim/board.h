@@ -92,6 +92,12 @@ class Board {
   /// Puts one CAN data frame from a client of `channel` on that channel's bus.
   Transmission Transmit(int channel, const uint8_t* frame);
 
+  /// The board as it starts when switched on, at monotonic time `now_ms`: outputs, debug
+  /// state, events, trace, counters and the time since start back to zero, every channel at
+  /// bit-rate index 3 with its filter unset. The connection counts stay: the caller closes
+  /// the connections.
+  void PowerOnReset(uint64_t now_ms);
+
   void ClientConnected(int channel);
   void ClientDisconnected(int channel);
   void CountFromClients(uint64_t frames) { state_.frames_from_clients += frames; }

@@ -57,9 +57,7 @@ void Simulator::Loop::Run() {
     if (waiters_ > 0) wake_waiters_.notify_all();
   }
   std::lock_guard lock(mutex_);
-  for (auto& c : clients_) {
-    if (c != nullptr && !c->dead) Close(*c);
-  }
+  CloseAll();
   ReapDead();
 }
 
@@ -69,6 +67,10 @@ int Simulator::Loop::NextTimeoutMs() const {
   if (!delayed_.Empty()) {
     const uint64_t due = delayed_.NextDueMs();
     timeout = due > now_ms ? static_cast<int64_t>(due - now_ms) : 0;
+  }
+  if (const uint64_t due = serial_ != nullptr ? serial_->NextDueMs() : 0; due != 0) {
+    const int64_t ms = due > now_ms ? static_cast<int64_t>(due - now_ms) : 0;
+    timeout = timeout < 0 ? ms : std::min(timeout, ms);
   }
   const uint64_t now_ns = platform::MonotonicNs();
   for (size_t bus = 0; bus < bus_waiters_.size(); ++bus) {
@@ -82,6 +84,10 @@ int Simulator::Loop::NextTimeoutMs() const {
 }
 
 void Simulator::Loop::Dispatch(const platform::PollEvent& event) {
+  if (event.token == kControllerToken) {
+    if (serial_ != nullptr) serial_->OnEvent(event, now_ms_);
+    return;
+  }
   if (event.token >= kListenerToken) {
     AcceptAll(static_cast<int>(event.token - kListenerToken));
     return;
@@ -342,6 +348,7 @@ void Simulator::Loop::Close(Client& c) {
 }
 
 void Simulator::Loop::FireTimers() {
+  if (serial_ != nullptr) serial_->FireDue(now_ms_);
   delayed_.FireDue(now_ms_, [this](uint64_t serial, size_t slot, const Answers& answers) {
     Client* c = clients_[slot].get();
     if (c != nullptr && !c->dead && c->serial == serial) SendAnswers(*c, answers);
@@ -367,6 +374,18 @@ void Simulator::Loop::ReapDead() {
     free_slots_.push_back(slot);
   }
   dead_.clear();
+}
+
+void Simulator::Loop::CloseAll() {
+  for (auto& c : clients_) {
+    if (c != nullptr && !c->dead) Close(*c);
+  }
+}
+
+void Simulator::Loop::PowerOnReset() {
+  // The power goes: every connection ends, and the board starts as it does when switched on.
+  CloseAll();
+  board_.PowerOnReset(now_ms_);
 }
 
 }  // namespace kel::sim

@@ -18,6 +18,7 @@
 #include "sim/client.h"
 #include "sim/config.h"
 #include "sim/faults.h"
+#include "sim/serial_controller.h"
 #include "sim/simulator.h"
 
 namespace kel::sim {
@@ -25,6 +26,8 @@ namespace kel::sim {
 /// Poller tokens at and above this one are the listening ports: token - kListenerToken is
 /// the channel. Below it, a token is a connection's slot.
 inline constexpr uint64_t kListenerToken = uint64_t{1} << 62;
+/// The poller token of the controller's serial line.
+inline constexpr uint64_t kControllerToken = kListenerToken - 1;
 
 // Everything the board's thread works with. The thread holds `mutex_` while it handles the
 // events of one wake-up; the public methods take it to read or change shared state.
@@ -40,6 +43,9 @@ class Simulator::Loop {
 
   bool Start();
   void Stop();
+  /// Opens the controller's serial line (sim/serial_controller.h); its path, or empty with
+  /// error() saying why.
+  std::string StartSerial(const std::string& link);
 
   const Config& config() const { return config_; }
   const std::string& error() const { return error_; }
@@ -114,6 +120,8 @@ class Simulator::Loop {
   void Close(Client& c);
   void FireTimers();
   void ReapDead();
+  void CloseAll();
+  void PowerOnReset();
 
   const Config config_;
   std::string error_;
@@ -133,6 +141,7 @@ class Simulator::Loop {
 
   // The serving thread's own.
   platform::Poller poller_;
+  std::unique_ptr<SerialController> serial_;  // declared after the poller: goes first
   std::array<platform::Socket, kChannelCount> listeners_;
   std::vector<std::unique_ptr<Client>> clients_;  // by slot
   std::vector<size_t> free_slots_;

@@ -33,8 +33,18 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "kelsim: %s\n", board.Error().c_str());
     return 1;
   }
+  // The controller's line first: once the ports are announced, its link is in place.
+  std::string controller;
+  if (options->serial) {
+    controller = board.StartSerial(options->serial_link);
+    if (controller.empty()) {
+      std::fprintf(stderr, "kelsim: %s\n", board.Error().c_str());
+      return 1;
+    }
+  }
   std::printf("kelsim: board on %s ports %u-%u\n", options->config.bind_address.c_str(),
               board.Port(0), board.Port(kel::sim::kChannelCount - 1));
+  if (!controller.empty()) std::printf("kelsim: controller on %s\n", controller.c_str());
   std::fflush(stdout);
 
   const char* signal = signals.Wait();

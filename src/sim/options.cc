@@ -16,6 +16,9 @@ constexpr const char* kUsage =
     "  --wire GROUPS           channels that share a bus, e.g. 0-2,1-3 (the default),\n"
     "                          0-1-2-3 (one bus) or none (every channel alone)\n"
     "  --pace                  let each bus carry frames no faster than its bit rate\n"
+    "  --serial                serve the board controller's serial line on a\n"
+    "                          pseudo-terminal (its path is printed at start)\n"
+    "  --serial-link PATH      with --serial: make PATH a symbolic link to it\n"
     "  --help                  show this text\n"
     "\n"
     "faults:\n"
@@ -124,6 +127,12 @@ std::optional<ProgramOptions> ParseOptions(const std::vector<std::string>& args,
       config.wiring = *wiring;
     } else if (option == "--pace") {
       if (!flag(&config.pace)) return fail(option + " takes no value");
+    } else if (option == "--serial") {
+      if (!flag(&options.serial)) return fail(option + " takes no value");
+    } else if (option == "--serial-link") {
+      const std::optional<std::string_view> text = value();
+      if (!text || text->empty()) return fail("--serial-link needs a path");
+      options.serial_link = std::string(*text);
     } else if (option == "--noise") {
       const std::optional<uint32_t> n = number("a count of frames");
       if (!n) return std::nullopt;
@@ -173,6 +182,7 @@ std::optional<ProgramOptions> ParseOptions(const std::vector<std::string>& args,
   if (faults.close_mid_frame && !faults.close_after_frames) {
     return fail("--close-mid-frame needs --close-after");
   }
+  if (!options.serial_link.empty() && !options.serial) return fail("--serial-link needs --serial");
   return options;
 }
 

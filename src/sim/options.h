@@ -12,6 +12,8 @@ namespace kel::sim {
 struct ProgramOptions {
   Config config;
   bool help = false;
+  bool serial = false;      ///< serve the controller's serial line on a pseudo-terminal
+  std::string serial_link;  ///< with serial: a symbolic link to the terminal made here
 };
 
 /// Reads kelsim's arguments (without the program name). Each option's value follows it as

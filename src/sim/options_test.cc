@@ -9,17 +9,35 @@ namespace {
 
 TEST(ParseOptionsTest, EachOptionSetsItsPart) {
   std::string error;
-  const std::optional<ProgramOptions> all = ParseOptions(
-      {"--port", "1", "--port=0x10", "--bind", "0.0.0.0", "--wire=0-1-2-3", "--pace", "--noise",
-       "3", "--delay-answer", "0x81010005:2500", "--split-bytes", "--drop-every=7",
-       "--close-mid-frame", "--close-after", "0", "--ignore-set-baud", "--help"},
-      &error);
+  const std::optional<ProgramOptions> all = ParseOptions({"--port",
+                                                          "1",
+                                                          "--port=0x10",
+                                                          "--bind",
+                                                          "0.0.0.0",
+                                                          "--wire=0-1-2-3",
+                                                          "--pace",
+                                                          "--noise",
+                                                          "3",
+                                                          "--delay-answer",
+                                                          "0x81010005:2500",
+                                                          "--split-bytes",
+                                                          "--drop-every=7",
+                                                          "--close-mid-frame",
+                                                          "--close-after",
+                                                          "0",
+                                                          "--ignore-set-baud",
+                                                          "--help",
+                                                          "--serial",
+                                                          "--serial-link=/tmp/ttyKEL"},
+                                                         &error);
   ASSERT_TRUE(all) << error;
   const Config& config = all->config;
   const Faults& f = config.faults;
   EXPECT_EQ(16, config.base_port) << "the last --port counts";
   EXPECT_EQ("0.0.0.0", config.bind_address);
   EXPECT_EQ("0-1-2-3", WiringText(config.wiring));
+  EXPECT_TRUE(all->serial);
+  EXPECT_EQ("/tmp/ttyKEL", all->serial_link);
   EXPECT_TRUE(config.pace && all->help && f.split_bytes && f.close_mid_frame && f.baud_ignored);
   EXPECT_EQ(std::tuple(3U, 0x81010005U, 2500, 7U, 0U),
             std::tuple(f.noise_before_answer, f.delayed_code, f.answer_delay_ms, f.drop_every,
@@ -50,6 +68,9 @@ TEST(ParseOptionsTest, BadArgumentsNameTheProblem) {
       {{"--help=1"}, "--help takes no value"},
       {{"--split-bytes=1"}, "--split-bytes takes no value"},
       {{"--close-mid-frame"}, "--close-mid-frame needs --close-after"},
+      {{"--serial=1"}, "--serial takes no value"},
+      {{"--serial", "--serial-link"}, "--serial-link needs a path"},
+      {{"--serial-link", "/tmp/ttyKEL"}, "--serial-link needs --serial"},
   };
   for (const auto& [args, message] : cases) {
     std::string error;

@@ -80,6 +80,25 @@ bool Simulator::Loop::BindAll(uint16_t base) {
   return true;
 }
 
+std::string Simulator::Loop::StartSerial(const std::string& link) {
+  std::lock_guard lock(mutex_);
+  if (!thread_.joinable() || stopping_) {
+    error_ = "the board does not run";
+    return {};
+  }
+  if (serial_ != nullptr) {
+    error_ = "the controller's line was opened before";
+    return {};
+  }
+  SerialController::Hooks hooks;
+  hooks.outputs = [this] { return board_.State().outputs; };
+  hooks.power_on_reset = [this] { PowerOnReset(); };
+  auto serial = std::make_unique<SerialController>(poller_, kControllerToken, std::move(hooks));
+  if (!serial->Open(link, &error_)) return {};
+  serial_ = std::move(serial);
+  return serial_->Path();
+}
+
 void Simulator::Loop::Stop() {
   {
     std::lock_guard lock(mutex_);
@@ -91,6 +110,7 @@ void Simulator::Loop::Stop() {
   // is never detached: the thread works on this object.
   if (thread_.joinable()) thread_.join();
   for (platform::Socket& s : listeners_) s.Close();
+  serial_.reset();
   std::lock_guard lock(mutex_);
   wake_waiters_.notify_all();
 }
@@ -102,6 +122,8 @@ Simulator::~Simulator() { Stop(); }
 bool Simulator::Start() { return loop_->Start(); }
 
 void Simulator::Stop() { loop_->Stop(); }
+
+std::string Simulator::StartSerial(const std::string& link) { return loop_->StartSerial(link); }
 
 const std::string& Simulator::Error() const { return loop_->error(); }
 

@@ -42,7 +42,14 @@ class Simulator {
   /// call more than once; the state stays readable.
   void Stop();
 
-  /// Why Start failed.
+  /// Opens the board controller's serial line on a new pseudo-terminal, served by the
+  /// board's thread (docs/protocol.md). When `link` is not empty, a symbolic link at that
+  /// path leads to the terminal, as socat's link= makes one. Returns the path programs open
+  /// ("/dev/pts/5"), or empty with Error() saying why (on Windows it is not supported). Once
+  /// per board, after Start; Stop closes it.
+  std::string StartSerial(const std::string& link = "");
+
+  /// Why Start or StartSerial failed.
   const std::string& Error() const;
   /// The first of the four ports (the one picked when the configured base port was 0).
   uint16_t BasePort() const;
