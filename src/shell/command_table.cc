@@ -11,6 +11,7 @@
 #include "core/parse.h"
 #include "logging/log_command.h"
 #include "proxy/proxy_command.h"
+#include "serial/serial_commands.h"
 #include "shell/builtin_commands.h"
 
 namespace kel {
@@ -66,8 +67,12 @@ const std::vector<CommandEntry> kRows = {
      .arguments = {"<none>             - show proxy status",
                    "start              - start proxy",
                    "stop               - stop proxy"}},
-    {.names = {"serial"}, .handler = unbuilt, .needs_device = false,
-     .result_words = kOkError, .description = "Set or get board controller port"},
+    {.names = {"serial"}, .handler = HandleSerial, .needs_device = false,
+     .result_words = kOkError, .description = "Set or get board controller port",
+     .arguments = {"<none>             - show board controller port",
+                   "<port>             - set port (eg 'COM3' or '/dev/ttyUSB0')",
+                   "auto               - look the port up again",
+                   "none               - forget the port"}},
     {.names = {"lsport"}, .handler = unbuilt, .needs_device = false,
      .result_words = kOkError, .description = "List available USB and serial ports"},
     {.names = {"lscom"}, .handler = unbuilt, .needs_device = false,
@@ -212,13 +217,20 @@ const std::vector<CommandEntry> kRows = {
                    "<pattern>          - run all matching tests"}},
     {.names = {"trace"}, .handler = unbuilt, .needs_device = true,
      .result_words = kOkError, .description = "Remote zousbsocket debug tracing"},
-    {.names = {"ssend"}, .handler = unbuilt, .needs_device = true,
-     .result_words = kOkError, .description = "Send to board controller via serial"},
-    {.names = {"srecv"}, .handler = unbuilt, .needs_device = true,
-     .result_words = kOkError, .description = "Receive from board controller via serial"},
-    {.names = {"sver", "version"}, .handler = unbuilt, .needs_device = true,
+    {.names = {"ssend"}, .handler = HandleSerialSend, .needs_device = true,
+     .result_words = kOkError, .description = "Send to board controller via serial",
+     .arguments = {"<text>             - send '$<text>*hh' line",
+                   "$<line>            - send line as it is"},
+     .examples = {"'ssend ECHO,hi'    - send '$ECHO,hi*2C'",
+                  "'ssend $OUT'       - send '$OUT' as it is, no checksum"}},
+    {.names = {"srecv"}, .handler = HandleSerialReceive, .needs_device = true,
+     .result_words = kOkError, .description = "Receive from board controller via serial",
+     .arguments = {"<none>             - receive lines for 1s",
+                   "<time>             - receive lines until <time> of silence"},
+     .examples = {"'ssend ECHO,hi;srecv 200ms' - send a line, show the answer"}},
+    {.names = {"sver", "version"}, .handler = HandleSerialVersion, .needs_device = true,
      .result_words = kOkError, .description = "Firmware and software version via serial"},
-    {.names = {"rpor"}, .handler = unbuilt, .needs_device = true,
+    {.names = {"rpor"}, .handler = HandlePowerOnReset, .needs_device = true,
      .result_words = kOkError, .description = "Power on reset via serial"},
     {.names = {"log", "logging"}, .handler = HandleLog, .needs_device = false,
      .result_words = kOkError, .description = "Start CAN packet logging",
