@@ -20,7 +20,8 @@ ResultCode ControllerLine::Open() {
   const std::string& name = CurrentSettings().serial_port;
   if (port_.Open(name)) return kOk;
   if (Tracing()) {
-    ConsolePrintf("[SerOpen %s: %s]\n", VisibleText(name, false).c_str(), port_.Error().c_str());
+    ConsolePrintf("[SerOpen %s: %s]\n", VisibleText(name, false, true).c_str(),
+                  port_.Error().c_str());
   }
   return kErrConnect;
 }

@@ -113,11 +113,11 @@ std::optional<std::string> UnescapeText(std::string_view text) {
   return bytes;
 }
 
-std::string VisibleText(std::string_view bytes, bool double_percent) {
+std::string VisibleText(std::string_view bytes, bool double_percent, bool name) {
   std::string text;
   text.reserve(bytes.size());
   for (const char c : bytes) {
-    if (c == '\\') {
+    if (c == '\\' && !name) {
       text += "\\\\";
     } else if (c == '%' && double_percent) {
       text += "%%";

@@ -65,9 +65,9 @@ std::optional<std::string> UnescapeText(std::string_view text);
 /// Bytes as text a person can read and type back into UnescapeText: printable ASCII as it
 /// is, "\" as "\\", every other byte as "\xNN" (upper-case digits). With `double_percent`
 /// a "%" becomes "%%", for text that goes into a command's output, which is printed as a
-/// format.
+/// format. Names of ports keep their "\" single (`name`), as Windows paths are written.
 ///   "a\\b%" CR -> "a\\\\b%%\\x0D" (with double_percent)
-std::string VisibleText(std::string_view bytes, bool double_percent);
+std::string VisibleText(std::string_view bytes, bool double_percent, bool name = false);
 
 /// One line as it came off the line, without its line end.
 struct ReceivedLine {

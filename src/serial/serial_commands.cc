@@ -59,7 +59,7 @@ ResultCode HandleSerial(const CommandEntry& /*entry*/, std::string_view& rest, O
     }
   }
   return static_cast<ResultCode>(
-      out.Printf("Serial port '%s'\r\n", VisibleText(port, true).c_str()));
+      out.Printf("Serial port '%s'\r\n", VisibleText(port, true, true).c_str()));
 }
 
 ResultCode HandleSerialSend(const CommandEntry& entry, std::string_view& rest, Output& out) {

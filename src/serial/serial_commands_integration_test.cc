@@ -21,10 +21,13 @@ namespace {
 
 using testing::LineRun;
 
-class SerialCommandsTest : public testing::BoardTest {
+class SerialCommandsTest : public testing::BoardTest {};
+
+// kelsim's controller line is the shell's port.
+class ControllerTest : public SerialCommandsTest {
  protected:
-  // kelsim's controller line becomes the shell's port.
-  void StartController() {
+  void SetUp() override {
+    SerialCommandsTest::SetUp();
     const std::string path = board_->StartSerial();
 #ifdef _WIN32
     GTEST_SKIP() << "kelsim's controller needs a pseudo-terminal: " << board_->Error();
@@ -34,8 +37,7 @@ class SerialCommandsTest : public testing::BoardTest {
   }
 };
 
-TEST_F(SerialCommandsTest, SverAsksTheControllerForItsVersion) {
-  StartController();
+TEST_F(ControllerTest, SverAsksTheControllerForItsVersion) {
   const LineRun run = Run("sver");
   EXPECT_LT(0, run.result);
   EXPECT_EQ("Board controller KELCTRL 1.0.0\r\n", run.text);
@@ -43,8 +45,7 @@ TEST_F(SerialCommandsTest, SverAsksTheControllerForItsVersion) {
 
 // The reset cuts the board's connections; the line's next command connects afresh and
 // finds the board as it starts.
-TEST_F(SerialCommandsTest, RporResetsTheWholeBoardAndTheLineGoesOnWithTheBoardThatCameBack) {
-  StartController();
+TEST_F(ControllerTest, RporResetsTheWholeBoardAndTheLineGoesOnWithTheBoardThatCameBack) {
   ASSERT_LT(0, Run("baud 1M;int 1 1;int 0x80005500;filt set CAN=0 AM=0x7FF AR=0x100").result);
   const LineRun run = Run("set CAN1;rpor;out CAN1");
   EXPECT_LT(0, run.result) << run.text;
@@ -61,8 +62,7 @@ TEST_F(SerialCommandsTest, RporResetsTheWholeBoardAndTheLineGoesOnWithTheBoardTh
   }
 }
 
-TEST_F(SerialCommandsTest, SsendFramesOrPassesItsTextAndSrecvShowsEveryAnswerSafely) {
-  StartController();
+TEST_F(ControllerTest, SsendFramesOrPassesItsTextAndSrecvShowsEveryAnswerSafely) {
   struct Case {
     const char* line;
     ResultCode result;
@@ -92,8 +92,7 @@ TEST_F(SerialCommandsTest, SsendFramesOrPassesItsTextAndSrecvShowsEveryAnswerSaf
   EXPECT_EQ(kErrBadArgs, Run("ssend " + text + "x").result);
 }
 
-TEST_F(SerialCommandsTest, DebugSerialTracesEveryLineBothWays) {
-  StartController();
+TEST_F(ControllerTest, DebugSerialTracesEveryLineBothWays) {
   ::testing::internal::CaptureStdout();
   const LineRun run =
       Run("debug serial on;sver;ssend $ECHO,%\\x01\\\\;srecv 1s;debug serial off;sver");
@@ -114,6 +113,7 @@ TEST_F(SerialCommandsTest, SerialNamesThePortAndAPortThatIsNoneFailsToConnect) {
   };
   const Case cases[] = {
       {"serial", "Serial port ''\r\n"},
+      {"serial \\\\.\\COM12", "Serial port '\\\\.\\COM12'\r\n"},
       {"serial \"" + dir.File("tty 5%") + "\"", "Serial port '" + dir.File("tty 5%%") + "'\r\n"},
       {"sver", "ERROR -10: Connect failed\r\n"},
       {"serial " + file, "Serial port '" + file + "'\r\n"},
