@@ -36,7 +36,7 @@ TEST_F(KelsimTest, HelpListsEveryOptionAndABadOptionEndsWithStatus2) {
        {"--port N", "--bind ADDR", "--wire GROUPS", "--pace", "--help", "--noise N",
         "--delay-answer CODE:MS", "--drop-answer CODE", "--split-bytes", "--drop-every N",
         "--close-after N", "--close-mid-frame", "--ignore-set-baud", "--serial",
-        "--serial-link PATH"}) {
+        "--serial-link PATH", "--verbose", "--buzzer-wav FILE"}) {
     EXPECT_NE(std::string::npos, help.output.find("  " + std::string(option) + " ")) << option;
   }
   const ProgramRun bad = Kelsim({"-x"});

@@ -47,6 +47,10 @@ inline constexpr uint32_t kWriteDebug = 1;  ///< value3 = 0 off, 1 on
 inline constexpr uint32_t kStartTrace = 7;  ///< sent with value3 = 1 by the remote trace
 }  // namespace internal
 
+/// BUZZER value3 that holds the tone until the next BUZZER frame, as the music player
+/// sends it; that frame is all zeros when the tune ends.
+inline constexpr uint32_t kBuzzerHeld = 0x0FFFFFFF;
+
 /// The display name of a command code; "???" for any code not in the table.
 const char* CommandCodeName(uint32_t code);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "board/buzzer_commands.h"
 #include "board/control_commands.h"
 #include "board/io_commands.h"
 #include "board/pins.h"
@@ -154,10 +155,27 @@ const std::vector<CommandEntry> kRows = {
                   "'baud 0.25M'       - set 250 kbaud"}},
     {.names = {"mon", "monitor"}, .handler = unbuilt, .needs_device = true,
      .result_words = kOkError, .description = "Monitor data traffic"},
-    {.names = {"buzz", "buzzer"}, .handler = unbuilt, .needs_device = true,
-     .result_words = kOkError, .description = "Buzzer play control"},
-    {.names = {"play"}, .handler = unbuilt, .needs_device = true,
-     .result_words = kOkError, .description = "Play notes"},
+    {.names = {"buzz", "buzzer"}, .handler = HandleBuzz, .needs_device = true,
+     .result_words = kOkError, .description = "Buzzer play control",
+     .arguments = {"<freq|note>        - tone of 20-20000 Hz or a note (eg 0x3E8, A4, C#5)",
+                   "<tone> <time>      - tone length (default 200ms; forever: until off)",
+                   "<tone> <time> <dc> - duty cycle 1-99 percent (default 50)",
+                   "off                - silence the buzzer (same as 0)"},
+     .examples = {"'buzz 1000'        - 1 kHz for 200 ms",
+                  "'buzz A4 1s 25'    - 440 Hz for one second, duty 25",
+                  "'buzz off'         - silence"}},
+    {.names = {"play"}, .handler = HandlePlay, .needs_device = true,
+     .result_words = kOkError, .description = "Play notes",
+     .arguments = {"<notes>            - notes A-G, then #/+ sharp or - flat, length, dots",
+                   "P<len> R<len>      - pause (length 1-64, 4 = quarter note)",
+                   "O<n> < >           - octave 0-7 (default 4), one down, one up",
+                   "L<n>               - default length 1-64 (default 4)",
+                   "T<n>               - tempo 32-255 quarter notes a minute (default 120)",
+                   "N<n>               - note number 1-96 (0 = pause)",
+                   "MN ML MS           - notes sound 7/8, all or 3/4 of their length",
+                   "                     a key stops the tune"},
+     .examples = {"'play CDE'         - three quarter notes from middle C",
+                  "'play T180 L8 E E P E P C E P G4 P4 <G4' - a short tune"}},
     {.names = {"filt", "filter"}, .handler = HandleFilter, .needs_device = true,
      .result_words = "", .description = "Set or set CAN filer mask and arbit values",
      .arguments = {"<none>             - read CAN filter values",

@@ -179,8 +179,9 @@ Answers Board::HandleCommand(int channel, const uint8_t* frame, uint64_t now_ms)
     case code::kInternal:
       Add(&answers, code::kInternal, 0, request.value2, Internal(request.value2, request.value3));
       break;
+    case code::kBuzzer: TakeTone(&state_.buzzer, ToneOfFrame(frame, now_ms - start_ms_)); break;
     default:
-      // BUZZER, LED_CTRL and every code the board does not know: nothing to answer.
+      // LED_CTRL and every code the board does not know: nothing to answer.
       break;
   }
   return answers;

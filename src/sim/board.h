@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "device/frame.h"
+#include "sim/buzzer.h"
 
 namespace kel::sim {
 
@@ -42,6 +43,7 @@ struct BoardState {
   uint64_t frames_to_clients = 0;    ///< frames queued to connections (answers, traffic)
   uint64_t frames_filtered = 0;      ///< deliveries refused by the acceptance filters
   std::array<ChannelState, kChannelCount> channels{};
+  BuzzerState buzzer;  ///< the current tone and the last BUZZER frames
 
   uint32_t Clients() const;
 };

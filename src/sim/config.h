@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "sim/board.h"
+#include "sim/buzzer.h"
 
 namespace kel::sim {
 
@@ -41,6 +43,9 @@ struct Config {
   /// Hold each bus to the time its frames take at their channel's bit rate.
   bool pace = false;
   Faults faults;
+  /// Called with every BUZZER frame's tone as the board takes it, on the board's thread
+  /// with the board locked (it must not call the Simulator); empty: nobody listens.
+  std::function<void(const Tone&)> on_tone;
 };
 
 /// The default base port of the board's service.

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstring>
 
+#include "device/command_codes.h"
 #include "platform/clock.h"
 #include "platform/socket_options.h"
 
@@ -194,6 +195,9 @@ void Simulator::Loop::Process(Client& c) {
 
 void Simulator::Loop::HandleCommand(Client& c, const uint8_t* frame) {
   const Answers answers = board_.HandleCommand(c.channel, frame, now_ms_);
+  if (config_.on_tone && FrameWord(frame, 0) == code::kBuzzer) {
+    config_.on_tone(board_.State().buzzer.current);
+  }
   if (answers.count == 0) return;
   const Faults& f = active_faults_;
   if (f.delayed_code != 0 && FrameWord(frame, 0) == f.delayed_code) {

@@ -7,6 +7,7 @@
 #include "platform/console.h"
 #include "platform/signals.h"
 #include "platform/socket.h"
+#include "sim/buzzer_wav.h"
 #include "sim/options.h"
 #include "sim/simulator.h"
 
@@ -28,7 +29,24 @@ int main(int argc, char** argv) {
     return 0;
   }
 
-  kel::sim::Simulator board(options->config);
+  kel::sim::Config config = options->config;
+  kel::sim::BuzzerRecording recording;
+  const std::string& wav = options->buzzer_wav;
+  if (!wav.empty() && !recording.Open(wav)) {
+    std::fprintf(stderr, "kelsim: cannot write %s\n", wav.c_str());
+    return 1;
+  }
+  if (options->verbose || !wav.empty()) {
+    config.on_tone = [&](const kel::sim::Tone& tone) {
+      if (options->verbose) {
+        std::printf("%s\n", kel::sim::ToneText(tone).c_str());
+        std::fflush(stdout);
+      }
+      if (!wav.empty()) recording.Take(tone);
+    };
+  }
+
+  kel::sim::Simulator board(config);
   if (!board.Start()) {
     std::fprintf(stderr, "kelsim: %s\n", board.Error().c_str());
     return 1;
@@ -49,6 +67,8 @@ int main(int argc, char** argv) {
 
   const char* signal = signals.Wait();
   board.Stop();
+  recording.Finish();
+  if (recording.Failed()) std::fprintf(stderr, "kelsim: writing %s failed\n", wav.c_str());
   std::printf("kelsim: %s, board stopped\n", signal);
   return 0;
 }

@@ -19,6 +19,8 @@ constexpr const char* kUsage =
     "  --serial                serve the board controller's serial line on a\n"
     "                          pseudo-terminal (its path is printed at start)\n"
     "  --serial-link PATH      with --serial: make PATH a symbolic link to it\n"
+    "  --verbose               print a line for every tone the buzzer is given\n"
+    "  --buzzer-wav FILE       write what the buzzer plays into FILE (WAV, 16-bit mono)\n"
     "  --help                  show this text\n"
     "\n"
     "faults:\n"
@@ -133,6 +135,12 @@ std::optional<ProgramOptions> ParseOptions(const std::vector<std::string>& args,
       const std::optional<std::string_view> text = value();
       if (!text || text->empty()) return fail("--serial-link needs a path");
       options.serial_link = std::string(*text);
+    } else if (option == "--verbose") {
+      if (!flag(&options.verbose)) return fail(option + " takes no value");
+    } else if (option == "--buzzer-wav") {
+      const std::optional<std::string_view> text = value();
+      if (!text || text->empty()) return fail("--buzzer-wav needs a file name");
+      options.buzzer_wav = std::string(*text);
     } else if (option == "--noise") {
       const std::optional<uint32_t> n = number("a count of frames");
       if (!n) return std::nullopt;

@@ -14,6 +14,10 @@ struct ProgramOptions {
   bool help = false;
   bool serial = false;      ///< serve the controller's serial line on a pseudo-terminal
   std::string serial_link;  ///< with serial: a symbolic link to the terminal made here
+  /// Print a line for every BUZZER frame the board takes.
+  bool verbose = false;
+  /// Write what the buzzer plays into this WAV file; empty: none.
+  std::string buzzer_wav;
 };
 
 /// Reads kelsim's arguments (without the program name). Each option's value follows it as

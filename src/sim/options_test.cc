@@ -49,6 +49,11 @@ TEST(ParseOptionsTest, EachOptionSetsItsPart) {
   EXPECT_EQ(0xFFFFFFFFU, drop->config.faults.delayed_code);
   EXPECT_GT(0, drop->config.faults.answer_delay_ms) << "a negative delay: never";
   EXPECT_EQ(27015, drop->config.base_port) << "the default";
+
+  const std::optional<ProgramOptions> buzzer =
+      ParseOptions({"--verbose", "--buzzer-wav=tune.wav"}, &error);
+  ASSERT_TRUE(buzzer && buzzer->verbose) << error;
+  EXPECT_EQ("tune.wav", buzzer->buzzer_wav);
 }
 
 TEST(ParseOptionsTest, BadArgumentsNameTheProblem) {
@@ -71,6 +76,8 @@ TEST(ParseOptionsTest, BadArgumentsNameTheProblem) {
       {{"--serial=1"}, "--serial takes no value"},
       {{"--serial", "--serial-link"}, "--serial-link needs a path"},
       {{"--serial-link", "/tmp/ttyKEL"}, "--serial-link needs --serial"},
+      {{"--buzzer-wav"}, "--buzzer-wav needs a file name"},
+      {{"--verbose=1"}, "--verbose takes no value"},
   };
   for (const auto& [args, message] : cases) {
     std::string error;
