@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kel::platform {
@@ -12,6 +15,9 @@ void UseBinaryStandardStreams();
 
 /// True when standard input is an interactive terminal.
 bool StdinIsTerminal();
+
+/// True when standard output is an interactive terminal.
+bool StdoutIsTerminal();
 
 /// True when a key press is waiting. Only ever true when standard input is a terminal;
 /// the terminal is polled without echo and without waiting for Enter. Piped input is
@@ -52,6 +58,46 @@ class LineInput {
   bool editing_ = false;
   std::string history_path_;
   std::vector<std::string> completions_;
+};
+
+/// What a key press of a raw console is.
+enum class KeyCode { kNone, kCharacter, kUp, kDown, kLeft, kRight, kEscape, kInterrupt };
+
+struct Key {
+  KeyCode code = KeyCode::kNone;
+  char character = 0;  ///< the character of kCharacter
+
+  bool operator==(const Key&) const = default;
+};
+
+/// Decodes the first key of the bytes a terminal sent and sets `*used` to the bytes it
+/// took: the arrows' escape sequences ("\x1b[A" to "\x1b[D", also with "\x1bO" and with
+/// parameters such as "\x1b[1;5A"), a lone escape, Ctrl-C (0x03) as kInterrupt, any other
+/// byte as a character; an escape sequence it does not know is taken whole as kNone. When
+/// `bytes` holds only the start of an escape sequence and `more_may_come`, it takes nothing
+/// and returns kNone, so that the caller can wait for the rest.
+Key DecodeKey(std::string_view bytes, bool more_may_come, size_t* used);
+
+/// The console as a full-screen program uses it: keys one at a time, without echo and
+/// without Enter, Ctrl-C a key rather than a signal; the screen's content kept aside and
+/// the cursor hidden. Everything comes back when the object goes, and also when a signal
+/// ends the process meanwhile (SIGINT, SIGTERM, SIGHUP, SIGQUIT; on Windows Ctrl-Break
+/// and the console's close). When standard input or output is not a terminal nothing
+/// changes and Active() is false.
+class RawConsole {
+ public:
+  RawConsole();
+  ~RawConsole();
+  RawConsole(const RawConsole&) = delete;
+  RawConsole& operator=(const RawConsole&) = delete;
+
+  bool Active() const { return state_ != nullptr; }
+  /// Waits up to `timeout_ms` for the next key press; kNone when none came.
+  Key ReadKey(int timeout_ms);
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
 };
 
 }  // namespace kel::platform

@@ -10,6 +10,7 @@
 #include "can/regression_tests.h"
 #include "config/config_commands.h"
 #include "core/parse.h"
+#include "game/tetris_command.h"
 #include "logging/log_command.h"
 #include "proxy/proxy_command.h"
 #include "serial/serial_commands.h"
@@ -81,7 +82,7 @@ const std::vector<CommandEntry> kRows = {
     {.names = {"lsusb"}, .handler = unbuilt, .needs_device = false,
      .result_words = kOkError, .description = "List available USB ports"},
     // Hidden: no result words, no description.
-    {.names = {"tetris"}, .handler = unbuilt, .needs_device = false},
+    {.names = {"tetris"}, .handler = HandleTetris, .needs_device = false},
     {.names = {"int", "internal"}, .handler = HandleInternal, .needs_device = true,
      .result_words = kOkError, .description = "KEL internal message IO",
      .arguments = {"<cmd> [<value>]    - internal command number and its value"},
