@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "config/settings.h"
+#include "shell/command_table.h"
 
 namespace kel {
 namespace {
@@ -101,7 +102,8 @@ TEST_F(ExecutorTest, HelpListsAndDetailsTheVisibleCommands) {
             RunLine("help addr")
                 .text.find("examples:\n\t'addr 1.2.3.4'     - set address to '1.2.3.4'\n"));
   EXPECT_EQ("", RunLine("help tetris").text);
-  EXPECT_EQ(kErrNok, RunLine("tetris").result) << "hidden, but still a command";
+  // Hidden, but still a command (run at a terminal and without one by the e2e tests).
+  EXPECT_NE(nullptr, FindCommand("tetris"));
 }
 
 }  // namespace
