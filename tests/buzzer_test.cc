@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/clock.h"
+#include "platform/subprocess.h"
 #include "support/kelsim_process.h"
 #include "support/programs.h"
 #include "support/temp_dir.h"
@@ -78,6 +80,37 @@ TEST(BuzzerTest, KelsimShowsTheTonesAndWritesThemIntoAWavFile) {
   // A half note at 120 a minute sounds for 875 ms, as long as the shell held it.
   EXPECT_LT(0.5 * kSampleRate, tones[1].samples);
   EXPECT_NEAR(440, tones[1].Hz(), 5);
+}
+
+// A request to end kelcmd in the middle of a note ends it as asked, but not before the
+// buzzer is silent.
+TEST(BuzzerTest, ATuneEndedFromOutsideLeavesTheBuzzerSilent) {
+#ifdef _WIN32
+  GTEST_SKIP() << "a child is terminated outright on Windows";
+#endif
+  testing::KelsimProcess board({"--verbose"});
+  ASSERT_NE(0, board.BasePort()) << board.Output();
+  platform::ChildProcess kelcmd;
+  platform::ChildProcess::Options options;
+  options.output = platform::ChildProcess::OutputMode::kDiscard;
+  ASSERT_TRUE(kelcmd.Start(
+      {testing::KelcmdPath(), "-p" + std::to_string(board.BasePort()), "play T60 L1 C D E F"},
+      options));
+  auto shown = [&board](const std::string& text) {
+    const uint64_t start = platform::MonotonicMs();
+    while (board.Output().find(text) == std::string::npos) {
+      if (platform::MonotonicMs() - start > 20000) return false;
+      platform::SleepMs(20);
+    }
+    return true;
+  };
+  ASSERT_TRUE(shown("kelsim: buzzer 262 Hz 50% held\n")) << board.Output();
+  kelcmd.Terminate();
+  const platform::ChildExit end = kelcmd.Wait(20000);
+  EXPECT_FALSE(end.exited);
+  EXPECT_EQ(15, end.signal) << "SIGTERM, as asked";
+  EXPECT_TRUE(shown("kelsim: buzzer 262 Hz 50% held\nkelsim: buzzer off\n")) << board.Output();
+  EXPECT_EQ(std::string::npos, board.Output().find("294 Hz")) << "the tune went no further";
 }
 
 TEST(BuzzerTest, KelsimThatCannotWriteTheWavFileDoesNotStart) {

@@ -6,6 +6,7 @@
 #include "core/parse.h"
 #include "device/command_codes.h"
 #include "platform/console.h"
+#include "platform/signals.h"
 
 namespace kel {
 namespace {
@@ -126,7 +127,10 @@ ResultCode HandlePlay(const CommandEntry& entry, std::string_view& rest, Output&
   const std::string text = SplitWord(rest, kCommandSeparators, kTuneSize);
   const Tune tune = ParseTune(Unquote(text));
   if (TrimText(Unquote(text)).empty() || !tune.Ok()) return FormatResult(&entry, kErrBadArgs, out);
-  const PlayOutcome outcome = PlayTune(Device(), tune, [] {
+  // Ctrl-C still ends the program, but only once the buzzer is silent.
+  const platform::HeldInterrupt interrupt;
+  const PlayOutcome outcome = PlayTune(Device(), tune, [&interrupt] {
+    if (interrupt.Requested()) return true;
     if (!platform::KeyPressed()) return false;
     platform::DiscardKeys();
     return true;

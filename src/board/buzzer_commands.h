@@ -33,7 +33,8 @@ PlayOutcome PlayTune(DeviceLink& link, const Tune& tune, const std::function<boo
 
 /// buzz <freq|note|off> [<duration>] [<duty>]: one BUZZER frame.
 ResultCode HandleBuzz(const CommandEntry& entry, std::string_view& rest, Output& out);
-/// play <notes>: the tune of the rest of the command, note by note.
+/// play <notes>: the tune of the rest of the command, note by note. A key at the terminal
+/// stops it; Ctrl-C or SIGTERM end the program only once the buzzer is silent.
 ResultCode HandlePlay(const CommandEntry& entry, std::string_view& rest, Output& out);
 
 }  // namespace kel
