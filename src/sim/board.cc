@@ -102,6 +102,12 @@ void Board::PowerOnReset(uint64_t now_ms) {
   start_ms_ = now_ms;
 }
 
+bool Board::SilenceBuzzer(uint64_t now_ms) {
+  if (!state_.buzzer.current.SoundsAt(now_ms)) return false;
+  TakeTone(&state_.buzzer, Tone{0, 0, 0, now_ms});
+  return true;
+}
+
 void Board::ClientConnected(int channel) { ++Channel(channel).clients; }
 
 void Board::ClientDisconnected(int channel) {
@@ -179,7 +185,7 @@ Answers Board::HandleCommand(int channel, const uint8_t* frame, uint64_t now_ms)
     case code::kInternal:
       Add(&answers, code::kInternal, 0, request.value2, Internal(request.value2, request.value3));
       break;
-    case code::kBuzzer: TakeTone(&state_.buzzer, ToneOfFrame(frame, now_ms - start_ms_)); break;
+    case code::kBuzzer: TakeTone(&state_.buzzer, ToneOfFrame(frame, now_ms)); break;
     default:
       // LED_CTRL and every code the board does not know: nothing to answer.
       break;

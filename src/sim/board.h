@@ -99,6 +99,9 @@ class Board {
   /// bit-rate index 3 with its filter unset. The connection counts stay: the caller closes
   /// the connections.
   void PowerOnReset(uint64_t now_ms);
+  /// Silences a buzzer that still sounds at monotonic time `now_ms`, as a frame of zeros
+  /// would. True when it sounded.
+  bool SilenceBuzzer(uint64_t now_ms);
 
   void ClientConnected(int channel);
   void ClientDisconnected(int channel);

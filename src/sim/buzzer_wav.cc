@@ -83,12 +83,11 @@ void BuzzerRecording::Take(const Tone& tone) {
     UpdateHeader();
   }
   sounding_ = tone;
-  sounding_since_ = platform::MonotonicMs();
 }
 
 void BuzzerRecording::Finish() {
   if (!file_.is_open()) return;
-  if (sounding_) WriteTone(*sounding_, platform::MonotonicMs() - sounding_since_);
+  if (sounding_) WriteTone(*sounding_, platform::MonotonicMs() - sounding_->at_ms);
   sounding_.reset();
   file_.close();
 }

@@ -62,10 +62,9 @@ class BuzzerRecording {
   std::ofstream file_;
   bool failed_ = false;
   bool started_ = false;  // a tone has been written
-  uint64_t end_ms_ = 0;   // board time at which the written sound ends
+  uint64_t end_ms_ = 0;   // when the written sound ends
   uint64_t data_bytes_ = 0;
   std::optional<Tone> sounding_;  // the tone that sounds and is not written yet
-  uint64_t sounding_since_ = 0;   // the monotonic time it came
 };
 
 }  // namespace kel::sim

@@ -43,7 +43,8 @@ struct Config {
   /// Hold each bus to the time its frames take at their channel's bit rate.
   bool pace = false;
   Faults faults;
-  /// Called with every BUZZER frame's tone as the board takes it, on the board's thread
+  /// Called with every tone the buzzer is given (BUZZER frames, and the silence of a
+  /// power-on reset while it sounds), on the board's thread
   /// with the board locked (it must not call the Simulator); empty: nobody listens.
   std::function<void(const Tone&)> on_tone;
 };

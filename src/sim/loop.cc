@@ -390,6 +390,10 @@ void Simulator::Loop::PowerOnReset() {
   // The power goes: every connection ends, and the board starts as it does when switched on.
   CloseAll();
   board_.PowerOnReset(now_ms_);
+  // The buzzer goes quiet with the power; what it played stays in its history.
+  if (board_.SilenceBuzzer(now_ms_) && config_.on_tone) {
+    config_.on_tone(board_.State().buzzer.current);
+  }
 }
 
 }  // namespace kel::sim
