@@ -12,6 +12,7 @@
 #include "core/parse.h"
 #include "game/tetris_command.h"
 #include "logging/log_command.h"
+#include "ports/port_listing.h"
 #include "proxy/proxy_command.h"
 #include "serial/serial_commands.h"
 #include "shell/builtin_commands.h"
@@ -75,12 +76,20 @@ const std::vector<CommandEntry> kRows = {
                    "<port>             - set port (eg 'COM3' or '/dev/ttyUSB0')",
                    "auto               - look the port up again",
                    "none               - forget the port"}},
-    {.names = {"lsport"}, .handler = unbuilt, .needs_device = false,
-     .result_words = kOkError, .description = "List available USB and serial ports"},
-    {.names = {"lscom"}, .handler = unbuilt, .needs_device = false,
-     .result_words = kOkError, .description = "List available serial ports"},
-    {.names = {"lsusb"}, .handler = unbuilt, .needs_device = false,
-     .result_words = kOkError, .description = "List available USB ports"},
+    {.names = {"lsport"}, .handler = HandleListPorts, .needs_device = false,
+     .result_words = kOkError, .description = "List available USB and serial ports",
+     .arguments = {"<none>             - list USB devices and serial ports",
+                   "<pattern>          - only the lines that match (wildcards * and ?)"}},
+    {.names = {"lscom"}, .handler = HandleListPorts, .needs_device = false,
+     .result_words = kOkError, .description = "List available serial ports",
+     .arguments = {"<none>             - list all serial ports",
+                   "<pattern>          - only the ports whose line or name matches"},
+     .examples = {"'lscom *USB*'      - the serial ports on USB"}},
+    {.names = {"lsusb"}, .handler = HandleListPorts, .needs_device = false,
+     .result_words = kOkError, .description = "List available USB ports",
+     .arguments = {"<none>             - list all USB devices",
+                   "<vendor>:[product] - only the devices with these ids (hex)"},
+     .examples = {"'lsusb 0403:'      - the devices of vendor 0403"}},
     // Hidden: no result words, no description.
     {.names = {"tetris"}, .handler = HandleTetris, .needs_device = false},
     {.names = {"int", "internal"}, .handler = HandleInternal, .needs_device = true,

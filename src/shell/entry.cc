@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string>
 
+#include "config/serial_lookup.h"
 #include "config/settings.h"
 #include "core/invocation.h"
 #include "core/output.h"
@@ -162,6 +163,10 @@ int KelcmdMain(int argc, char** argv) {
     }
     if (!joined.empty() && joined.size() < kJoinedLineSize - 1) joined += ' ';
     joined.append(argument.substr(0, kJoinedLineSize - 1 - joined.size()));
+  }
+  // The PC's first UART, when no serial port was given; none found leaves it empty.
+  if (CurrentSettings().serial_port.empty()) {
+    CurrentSettings().serial_port = LookupStartupSerialPort();
   }
   if (CurrentSettings().proxy_mode) StartProxy();
   if (CurrentSettings().logging_active != 0) StartLogging();
