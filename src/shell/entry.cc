@@ -13,6 +13,7 @@
 #include "platform/console.h"
 #include "platform/process.h"
 #include "platform/socket.h"
+#include "ports/discovery.h"
 #include "proxy/can_proxy.h"
 #include "shell/command_table.h"
 #include "shell/executor.h"
@@ -42,10 +43,18 @@ OptionOutcome ApplyOption(std::string_view argument) {
       s.proxy_port = ParseDecimal(value);
       if (s.proxy_port != 0) s.proxy_port = s.device_port;
       break;
-    case 'm':
+    case 'm': {
       std::fputs("Scanning network ... ", stdout);
-      std::fputs("device not found!\n", stdout);
-      return OptionOutcome::kExit;
+      std::fflush(stdout);
+      const std::optional<FoundDevice> found = DiscoverDevice(value);
+      if (!found) {
+        std::fputs("device not found!\n", stdout);
+        return OptionOutcome::kExit;
+      }
+      std::printf("found %s, IP %s\n", found->mac.c_str(), found->address.c_str());
+      s.device_address = found->address;
+      break;
+    }
     default: std::fputs(UsageText().c_str(), stdout); return OptionOutcome::kExit;
   }
   return OptionOutcome::kContinue;
