@@ -10,6 +10,8 @@ constexpr char kWrittenFormat[] = " + %d files / %d MiB written\n";
 constexpr char kNameFormat[] = " + name '%s'\n";
 constexpr char kPathFormat[] = " + path '%s'\n";
 constexpr char kSocketFormat[] = " + socket %d: %s:%u\n";
+constexpr char kDebugMonitorLine[] = " + WinDebug monitor activated\n";
+constexpr char kUsbMonitorLine[] = " + USB-notify monitor activated\n";
 constexpr char kCommentFormat[] = "COMMENT '%s'";
 
 constexpr size_t kActionSize = 256;    // the action word
@@ -76,8 +78,8 @@ std::string LoggingStatusText(const LoggingStatus& status, const Settings& setti
     text.Printf(kSocketFormat, ++number, platform::DottedAddress(peer.ip).c_str(),
                 static_cast<unsigned>(peer.port));
   }
-  // The debug-output and USB-notify monitors are not part of this build, so the lines
-  // that report them running never show.
+  if (status.debug_monitor) text.Append(kDebugMonitorLine);
+  if (status.usb_monitor) text.Append(kUsbMonitorLine);
   return std::string(text.Text());
 }
 

@@ -14,6 +14,8 @@ namespace kel {
 namespace {
 
 constexpr char kDetachedNoteFormat[] = "READER %d STILL RUNNING AT STOP, LEFT BEHIND";
+constexpr char kDebugNoteFormat[] = "WINDBG: [%u-%s] %.*s";
+constexpr char kUsbNoteFormat[] = "USBNTF: %.*s";
 
 // A reader waits this long for data before it looks at its stop flag again; Stop wakes it
 // at once by shutting the socket down, so this only bounds a wake-up that got lost.
@@ -25,6 +27,7 @@ constexpr int kFlushDelayMs = 10;
 // Bytes taken off a connection per receive: a fast stream costs few system calls.
 constexpr size_t kReadSize = 64 * 1024;
 constexpr size_t kNoteSize = 8192;  // the note text, zero included
+constexpr size_t kProcessNameSize = 255;
 
 }  // namespace
 
@@ -45,6 +48,8 @@ LoggingConfig LoggingConfigFromSettings() {
   config.name = s.log_file_name;
   config.size_limit = s.log_slice_size;
   config.max_count = s.log_slice_count;
+  config.debug_monitor = s.log_win_debug != 0;
+  config.usb_monitor = s.log_usb_notify != 0;
   return config;
 }
 
@@ -86,11 +91,33 @@ void LoggingService::Start(const LoggingConfig& config) {
     readers_.push_back(std::move(reader));
   }
   active_ = true;
+  StartMonitors(config);
+}
+
+void LoggingService::StartMonitors(const LoggingConfig& config) {
+  // What other programs write goes into the file as one line each, however it looks.
+  if (config.debug_monitor) {
+    debug_monitor_.Start([this](uint32_t pid, const std::string& name, std::string_view text) {
+      const std::string line = LoggableText(text, kNoteSize);
+      Note(kDebugNoteFormat, pid, name.substr(0, kProcessNameSize).c_str(),
+           static_cast<int>(line.size()), line.data());
+    });
+  }
+  if (config.usb_monitor) {
+    usb_monitor_.Start(
+        [this](std::string_view text) {
+          const std::string line = LoggableText(text, kNoteSize);
+          Note(kUsbNoteFormat, static_cast<int>(line.size()), line.data());
+        },
+        usb_source_);
+  }
 }
 
 void LoggingService::Stop() {
   active_ = false;
   running_ = false;
+  usb_monitor_.Stop();
+  debug_monitor_.Stop();
   for (const std::shared_ptr<Reader>& reader : readers_) {
     reader->stop = true;
     reader->socket.Shutdown();
@@ -142,6 +169,8 @@ LoggingStatus LoggingService::Status() const {
     status.rows_written = rows_written_;
   }
   for (const std::shared_ptr<Reader>& reader : readers_) status.peers.push_back(reader->peer);
+  status.debug_monitor = debug_monitor_.Running();
+  status.usb_monitor = usb_monitor_.Running();
   return status;
 }
 
@@ -253,5 +282,7 @@ LoggingService& Logging() {
 void StartLogging() { Logging().Start(LoggingConfigFromSettings()); }
 
 void StopLogging() { Logging().Stop(); }
+
+void StopUsbNotifyMonitor() { Logging().StopUsbMonitor(); }
 
 }  // namespace kel

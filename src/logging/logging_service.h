@@ -7,7 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "logging/debug_monitor.h"
 #include "logging/log_files.h"
+#include "logging/usb_monitor.h"
 #include "platform/socket.h"
 
 namespace kel {
@@ -20,6 +22,8 @@ struct LoggingConfig {
   std::string name = "kelcmd.log";    ///< base name of the files
   uint64_t size_limit = 0xA00000;     ///< a file is rotated once it holds this many bytes
   int64_t max_count = 10;             ///< files kept, the open one included
+  bool debug_monitor = false;         ///< notes of every program's debug output
+  bool usb_monitor = false;           ///< notes of USB devices that come and go
 };
 
 /// The logging settings as they stand: the device address, the proxy port as the base
@@ -34,6 +38,8 @@ struct LoggingStatus {
   uint64_t bytes_written = 0;
   uint64_t rows_written = 0;
   std::vector<platform::SocketAddress> peers;  ///< one per connection, in slot order
+  bool debug_monitor = false;                  ///< the debug-output monitor runs
+  bool usb_monitor = false;                    ///< the USB-notify monitor runs
 };
 
 /// Records the CAN traffic of the board's ports into rotating BUSMASTER files. A run opens
@@ -55,12 +61,16 @@ class LoggingService {
   LoggingService& operator=(const LoggingService&) = delete;
 
   /// Starts a run, stopping the one before first: opens the next file of the family
-  /// (which counts as a file written), then connects and starts the readers. The run is
-  /// active even when no port answers or no file could be opened.
+  /// (which counts as a file written), then connects and starts the readers, then the
+  /// monitors the config asks for, whose messages become notes:
+  ///   "WINDBG: [<pid>-<process name>] <text>", "USBNTF: <text>"
+  /// The run is active even when no port answers, no file could be opened or a monitor
+  /// could not start (then it is not shown running).
   void Start(const LoggingConfig& config);
-  /// Ends the run: wakes every reader by shutting its socket down, waits up to
-  /// platform::kThreadJoinLimitMs for each (one that still runs is left to end by itself,
-  /// with a note in the log), then closes the file with its footer. Harmless when stopped.
+  /// Ends the run: stops the USB-notify and debug-output monitors, wakes every reader by shutting
+  /// its socket down, waits up to platform::kThreadJoinLimitMs for each (one that still runs is
+  /// left to end by itself, with a note in the log), then closes the file with its footer. Harmless
+  /// when stopped.
   void Stop();
 
   /// Changes the size limit and the file count of the run going on (and of later ones).
@@ -71,6 +81,13 @@ class LoggingService {
   /// service is stopped or no file is open.
   size_t Note(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+  /// Stops the USB-notify monitor alone, as shutdown does before it stops the service.
+  void StopUsbMonitor() { usb_monitor_.Stop(); }
+
+  /// Where later starts take USB device notices from (tests: one end of a datagram pair);
+  /// by default the system's own.
+  void SetUsbEventSource(UsbNotifyMonitor::SourceFactory open) { usb_source_ = std::move(open); }
+
   LoggingStatus Status() const;
   bool Active() const { return active_; }
   bool Running() const { return running_; }
@@ -79,6 +96,7 @@ class LoggingService {
   struct Reader;
 
   void ReadLoop(Reader& reader);
+  void StartMonitors(const LoggingConfig& config);
   // Writes the whole records of `bytes` as rows of `channel`, rotating by size.
   void LogRecords(int channel, const uint8_t* bytes, size_t size);
   void Flush();
@@ -92,6 +110,9 @@ class LoggingService {
   std::atomic<bool> running_{false};
   std::atomic<bool> active_{false};
   std::vector<std::shared_ptr<Reader>> readers_;  // the command thread's only
+  DebugOutputMonitor debug_monitor_;
+  UsbNotifyMonitor usb_monitor_;
+  UsbNotifyMonitor::SourceFactory usb_source_ = UsbNotifyMonitor::OpenSystemSource;
 
   // Writes to the file: taken after lock_ by every call that may write, and alone by the
   // write of a full buffer, so that rows go on being written meanwhile.
@@ -115,5 +136,7 @@ LoggingService& Logging();
 void StartLogging();
 /// Stops the process-wide service, as shutdown does.
 void StopLogging();
+/// Stops the process-wide service's USB-notify monitor, the first step of shutdown.
+void StopUsbNotifyMonitor();
 
 }  // namespace kel

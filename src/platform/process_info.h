@@ -10,4 +10,7 @@ int CountThreads();
 /// every time so that two counts compare; -1 when the system does not tell.
 int CountOpenDescriptors();
 
+/// The id of this process.
+unsigned CurrentProcessId();
+
 }  // namespace kel::platform

@@ -1,4 +1,5 @@
 #include <dirent.h>
+#include <unistd.h>
 
 #include "platform/process_info.h"
 
@@ -23,5 +24,7 @@ int CountThreads() { return CountEntries("/proc/self/task"); }
 
 // The directory stream's own descriptor is among the entries, every time.
 int CountOpenDescriptors() { return CountEntries("/proc/self/fd"); }
+
+unsigned CurrentProcessId() { return static_cast<unsigned>(getpid()); }
 
 }  // namespace kel::platform

@@ -26,4 +26,6 @@ int CountOpenDescriptors() {
   return static_cast<int>(count);
 }
 
+unsigned CurrentProcessId() { return GetCurrentProcessId(); }
+
 }  // namespace kel::platform

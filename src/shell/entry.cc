@@ -189,6 +189,8 @@ int KelcmdMain(int argc, char** argv) {
     std::fputs(BannerText().c_str(), stdout);
     ConsoleLoop();
   }
+  // Shutdown: the USB-notify monitor first, then the services.
+  StopUsbNotifyMonitor();
   StopLogging();
   StopProxy();
   std::fflush(stdout);

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+
+#include "platform/thread.h"
+
+namespace kel {
+
+/// How long a watcher's step waits for its source at most: a stop is seen this soon.
+inline constexpr int kWatchSliceMs = 200;
+
+/// Watches one open source (a debug-output reader, a USB event source) on a thread of its
+/// own: the thread calls `step` with the source until Stop. `step` waits for the source
+/// at most kWatchSliceMs at a time.
+template <typename Source>
+class SourceWatcher {
+ public:
+  SourceWatcher() = default;
+  ~SourceWatcher() { Stop(); }
+  SourceWatcher(const SourceWatcher&) = delete;
+  SourceWatcher& operator=(const SourceWatcher&) = delete;
+
+  /// Starts watching `source`, stopping a watch going on first. False, and not running,
+  /// when no thread could be started.
+  bool Start(std::unique_ptr<Source> source, std::function<void(Source&)> step) {
+    Stop();
+    auto shared = std::make_shared<Shared>();
+    shared->source = std::move(source);
+    shared_ = shared;
+    running_ = true;
+    if (!thread_.Start([shared = std::move(shared), step = std::move(step)] {
+          while (!shared->stop) step(*shared->source);
+        })) {
+      running_ = false;
+      shared_.reset();
+    }
+    return running_;
+  }
+
+  /// Stops the thread and closes the source. A thread still running at
+  /// platform::kThreadJoinLimitMs (a step held up) keeps the source until it ends.
+  void Stop() {
+    if (!shared_) return;
+    shared_->stop = true;
+    thread_.JoinFor(platform::kThreadJoinLimitMs);
+    shared_.reset();
+    running_ = false;
+  }
+
+  bool Running() const { return running_; }
+
+ private:
+  struct Shared {
+    std::unique_ptr<Source> source;
+    std::atomic<bool> stop{false};
+  };
+  std::shared_ptr<Shared> shared_;
+  std::atomic<bool> running_{false};
+  platform::Thread thread_;
+};
+
+}  // namespace kel
