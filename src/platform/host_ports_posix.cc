@@ -1,3 +1,4 @@
+#include <charconv>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -28,25 +29,34 @@ std::optional<std::string> ReadAttribute(const fs::path& path) {
   return text;
 }
 
-// A whole attribute read as a number of `base`; nothing when it is missing, empty, has
-// anything else in it, or exceeds `limit`.
+// A whole attribute read as a number of `base` ("0x" allowed before hex digits); nothing
+// when it is missing, empty, has anything else in it, or exceeds `limit`.
 std::optional<uint32_t> ReadNumber(const fs::path& path, int base, uint32_t limit) {
   const std::optional<std::string> text = ReadAttribute(path);
-  if (!text || text->empty()) return std::nullopt;
+  if (!text) return std::nullopt;
   std::string_view digits(*text);
   if (base == 16 && (digits.starts_with("0x") || digits.starts_with("0X"))) digits.remove_prefix(2);
-  if (digits.empty() || digits.size() > 8) return std::nullopt;
   uint32_t value = 0;
-  for (const char c : digits) {
-    int digit = -1;
-    if (c >= '0' && c <= '9') digit = c - '0';
-    if (base == 16 && c >= 'a' && c <= 'f') digit = c - 'a' + 10;
-    if (base == 16 && c >= 'A' && c <= 'F') digit = c - 'A' + 10;
-    if (digit < 0) return std::nullopt;
-    value = value * static_cast<uint32_t>(base) + static_cast<uint32_t>(digit);
+  const auto [end, error] =
+      std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
+  if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() ||
+      value > limit) {
+    return std::nullopt;
   }
-  if (value > limit) return std::nullopt;
   return value;
+}
+
+struct Ids {
+  uint16_t vendor = 0;
+  uint16_t product = 0;
+};
+
+// The vendor and product ids in two hex attributes of `dir`; nothing unless both read.
+std::optional<Ids> ReadIds(const fs::path& dir, const char* vendor_file, const char* product_file) {
+  const std::optional<uint32_t> vendor = ReadNumber(dir / vendor_file, 16, 0xFFFF);
+  const std::optional<uint32_t> product = ReadNumber(dir / product_file, 16, 0xFFFF);
+  if (!vendor || !product) return std::nullopt;
+  return Ids{static_cast<uint16_t>(*vendor), static_cast<uint16_t>(*product)};
 }
 
 std::string ReadText(const fs::path& path) { return ReadAttribute(path).value_or(""); }
@@ -89,12 +99,10 @@ void DescribeBus(const fs::path& device_link, SerialPort& port) {
   if (error) return;
   fs::path at = device;
   for (int level = 0; level < kParentLevels && at.has_relative_path(); ++level) {
-    const std::optional<uint32_t> vendor = ReadNumber(at / "idVendor", 16, 0xFFFF);
-    const std::optional<uint32_t> product = ReadNumber(at / "idProduct", 16, 0xFFFF);
-    if (vendor && product) {
+    if (const std::optional<Ids> ids = ReadIds(at, "idVendor", "idProduct")) {
       port.enumerator = "USB";
-      port.vendor = static_cast<uint16_t>(*vendor);
-      port.product = static_cast<uint16_t>(*product);
+      port.vendor = ids->vendor;
+      port.product = ids->product;
       port.manufacturer = ReadText(at / "manufacturer");
       port.product_text = ReadText(at / "product");
       port.serial = ReadText(at / "serial");
@@ -114,12 +122,10 @@ void DescribeBus(const fs::path& device_link, SerialPort& port) {
       return;
     }
   }
-  const std::optional<uint32_t> vendor = ReadNumber(device / "vendor", 16, 0xFFFF);
-  const std::optional<uint32_t> product = ReadNumber(device / "device", 16, 0xFFFF);
-  if (vendor && product) {
+  if (const std::optional<Ids> ids = ReadIds(device, "vendor", "device")) {
     port.enumerator = "PCI";
-    port.vendor = static_cast<uint16_t>(*vendor);
-    port.product = static_cast<uint16_t>(*product);
+    port.vendor = ids->vendor;
+    port.product = ids->product;
   }
 }
 
@@ -136,14 +142,13 @@ std::vector<UsbDevice> ListUsbDevices(const std::string& sysfs_root) {
     // Interfaces ("1-1:1.0") have no numbers of their own and are left out with the rest.
     const std::optional<uint32_t> bus = ReadNumber(entry / "busnum", 10, 0xFFFF);
     const std::optional<uint32_t> number = ReadNumber(entry / "devnum", 10, 0xFFFF);
-    const std::optional<uint32_t> vendor = ReadNumber(entry / "idVendor", 16, 0xFFFF);
-    const std::optional<uint32_t> product = ReadNumber(entry / "idProduct", 16, 0xFFFF);
-    if (!bus || !number || !vendor || !product) continue;
+    const std::optional<Ids> ids = ReadIds(entry, "idVendor", "idProduct");
+    if (!bus || !number || !ids) continue;
     UsbDevice device;
     device.bus = *bus;
     device.device = *number;
-    device.vendor = static_cast<uint16_t>(*vendor);
-    device.product = static_cast<uint16_t>(*product);
+    device.vendor = ids->vendor;
+    device.product = ids->product;
     device.manufacturer = ReadText(entry / "manufacturer");
     device.product_text = ReadText(entry / "product");
     device.serial = ReadText(entry / "serial");
