@@ -62,14 +62,14 @@ std::vector<Ipv4Interface> ListIpv4Interfaces() {
   if (getifaddrs(&list) != 0) return interfaces;
   for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
     if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET) continue;
-    Ipv4Interface interface;
-    interface.name = entry->ifa_name != nullptr ? entry->ifa_name : "";
-    interface.address = AddressOf(entry->ifa_addr);
-    interface.netmask = AddressOf(entry->ifa_netmask);
-    interface.up = (entry->ifa_flags & IFF_UP) != 0;
-    interface.loopback = (entry->ifa_flags & IFF_LOOPBACK) != 0;
-    interface.point_to_point = (entry->ifa_flags & IFF_POINTOPOINT) != 0;
-    interfaces.push_back(std::move(interface));
+    Ipv4Interface found;
+    found.name = entry->ifa_name != nullptr ? entry->ifa_name : "";
+    found.address = AddressOf(entry->ifa_addr);
+    found.netmask = AddressOf(entry->ifa_netmask);
+    found.up = (entry->ifa_flags & IFF_UP) != 0;
+    found.loopback = (entry->ifa_flags & IFF_LOOPBACK) != 0;
+    found.point_to_point = (entry->ifa_flags & IFF_POINTOPOINT) != 0;
+    interfaces.push_back(std::move(found));
   }
   freeifaddrs(list);
   return interfaces;

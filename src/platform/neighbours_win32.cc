@@ -1,8 +1,8 @@
 #include <winsock2.h>
-// winsock2.h before the IP Helper headers, which need its types.
-#include <iphlpapi.h>
-#include <netioapi.h>
 #include <ws2tcpip.h>
+// The socket headers first: the IP Helper headers declare the neighbour table only when
+// ws2ipdef.h came before them.
+#include <iphlpapi.h>
 
 #include <algorithm>
 #include <atomic>
@@ -48,14 +48,15 @@ std::vector<Ipv4Interface> ListIpv4Interfaces() {
          unicast = unicast->Next) {
       const sockaddr* address = unicast->Address.lpSockaddr;
       if (address == nullptr || address->sa_family != AF_INET) continue;
-      Ipv4Interface interface;
-      interface.name = adapter->AdapterName != nullptr ? adapter->AdapterName : "";
-      interface.address = reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr;
-      interface.netmask = MaskOfPrefix(unicast->OnLinkPrefixLength);
-      interface.up = adapter->OperStatus == IfOperStatusUp;
-      interface.loopback = adapter->IfType == IF_TYPE_SOFTWARE_LOOPBACK;
-      interface.point_to_point = adapter->IfType == IF_TYPE_PPP;
-      interfaces.push_back(std::move(interface));
+      // ("interface" is a word the Windows headers take for themselves.)
+      Ipv4Interface found;
+      found.name = adapter->AdapterName != nullptr ? adapter->AdapterName : "";
+      found.address = reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr;
+      found.netmask = MaskOfPrefix(unicast->OnLinkPrefixLength);
+      found.up = adapter->OperStatus == IfOperStatusUp;
+      found.loopback = adapter->IfType == IF_TYPE_SOFTWARE_LOOPBACK;
+      found.point_to_point = adapter->IfType == IF_TYPE_PPP;
+      interfaces.push_back(std::move(found));
     }
   }
   return interfaces;

@@ -176,10 +176,7 @@ bool DatagramPair(Socket& first, Socket& second) {
   StartSockets();
   Socket a(static_cast<SocketHandle>(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP)));
   Socket b(static_cast<SocketHandle>(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP)));
-  if (a.Handle() == static_cast<SocketHandle>(INVALID_SOCKET) ||
-      b.Handle() == static_cast<SocketHandle>(INVALID_SOCKET)) {
-    return false;
-  }
+  if (!a.Valid() || !b.Valid()) return false;
   sockaddr_in loopback{};
   loopback.sin_family = AF_INET;
   loopback.sin_addr.s_addr = htonl(INADDR_LOOPBACK);

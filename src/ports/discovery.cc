@@ -81,14 +81,14 @@ std::optional<platform::Neighbour> FindNeighbour(std::span<const platform::Neigh
 
 std::vector<uint32_t> ScanTargets(std::span<const platform::Ipv4Interface> interfaces) {
   std::vector<uint32_t> targets;  // host order while collected
-  for (const platform::Ipv4Interface& interface : interfaces) {
-    const int prefix = PrefixLength(HostOrder(interface.netmask));
-    if (!interface.up || interface.loopback || interface.point_to_point ||
+  for (const platform::Ipv4Interface& link : interfaces) {
+    const int prefix = PrefixLength(HostOrder(link.netmask));
+    if (!link.up || link.loopback || link.point_to_point ||
         prefix < static_cast<int>(kLongestSweep) || prefix == 32) {
       continue;
     }
-    const uint32_t own = HostOrder(interface.address);
-    const uint32_t mask = HostOrder(interface.netmask);
+    const uint32_t own = HostOrder(link.address);
+    const uint32_t mask = HostOrder(link.netmask);
     uint32_t first = (own & mask) + 1;
     uint32_t last = (own | ~mask) - 1;  // the network and broadcast addresses are no hosts
     if (prefix == 31) {                 // a point-to-point link's two addresses
