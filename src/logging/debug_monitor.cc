@@ -57,8 +57,9 @@ bool DebugOutputMonitor::Start(Callback callback, const std::string& path) {
   return watcher_.Start(
       std::move(reader), [callback = std::move(callback)](platform::DebugOutputReader& source) {
         platform::DebugMessage message;
-        if (!source.Receive(message, kWatchSliceMs)) return;
+        if (!source.Receive(message, kWatchSliceMs)) return !source.Failed();
         callback(message.pid, platform::ProcessName(message.pid), StripSyslogHeader(message.text));
+        return true;
       });
 }
 

@@ -12,8 +12,9 @@ namespace kel {
 inline constexpr int kWatchSliceMs = 200;
 
 /// Watches one open source (a debug-output reader, a USB event source) on a thread of its
-/// own: the thread calls `step` with the source until Stop. `step` waits for the source
-/// at most kWatchSliceMs at a time.
+/// own: the thread calls `step` with the source until Stop, or until `step` returns false
+/// (the source failed for good; then the watch no longer runs). `step` waits for the
+/// source at most kWatchSliceMs at a time.
 template <typename Source>
 class SourceWatcher {
  public:
@@ -24,19 +25,20 @@ class SourceWatcher {
 
   /// Starts watching `source`, stopping a watch going on first. False, and not running,
   /// when no thread could be started.
-  bool Start(std::unique_ptr<Source> source, std::function<void(Source&)> step) {
+  bool Start(std::unique_ptr<Source> source, std::function<bool(Source&)> step) {
     Stop();
     auto shared = std::make_shared<Shared>();
     shared->source = std::move(source);
     shared_ = shared;
-    running_ = true;
     if (!thread_.Start([shared = std::move(shared), step = std::move(step)] {
-          while (!shared->stop) step(*shared->source);
+          while (!shared->stop && step(*shared->source)) {
+          }
+          shared->ended = true;
         })) {
-      running_ = false;
       shared_.reset();
+      return false;
     }
-    return running_;
+    return true;
   }
 
   /// Stops the thread and closes the source. A thread still running at
@@ -46,18 +48,18 @@ class SourceWatcher {
     shared_->stop = true;
     thread_.JoinFor(platform::kThreadJoinLimitMs);
     shared_.reset();
-    running_ = false;
   }
 
-  bool Running() const { return running_; }
+  /// From a successful Start until Stop, unless the source failed meanwhile.
+  bool Running() const { return shared_ && !shared_->ended; }
 
  private:
   struct Shared {
     std::unique_ptr<Source> source;
     std::atomic<bool> stop{false};
+    std::atomic<bool> ended{false};
   };
   std::shared_ptr<Shared> shared_;
-  std::atomic<bool> running_{false};
   platform::Thread thread_;
 };
 

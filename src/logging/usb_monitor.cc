@@ -26,8 +26,9 @@ bool UsbNotifyMonitor::Start(Callback callback, const SourceFactory& open) {
   return watcher_.Start(std::move(source),
                         [callback = std::move(callback)](platform::UsbEventSource& events) {
                           platform::UsbEvent event;
-                          if (!events.Receive(event, kWatchSliceMs)) return;
+                          if (!events.Receive(event, kWatchSliceMs)) return !events.Failed();
                           callback(UsbEventText(event, UsbIds()));
+                          return true;
                         });
 }
 

@@ -34,6 +34,9 @@ class DebugOutputReader {
   bool Open(const std::string& path);
   /// Waits up to `timeout_ms` for one message. False on time-out or when not open.
   bool Receive(DebugMessage& message, int timeout_ms);
+  /// True once the endpoint has failed for good (or is not open): no message comes any
+  /// more and Receive returns at once.
+  bool Failed() const;
   /// Gives the endpoint up (Linux: removes the socket file).
   void Close();
 

@@ -42,6 +42,7 @@ bool SomeoneListens(const sockaddr_un& address) {
 struct DebugOutputReader::Impl {
   int fd = -1;
   std::string path;
+  bool failed = false;
 };
 
 std::string DebugOutputPath() {
@@ -74,13 +75,20 @@ bool DebugOutputReader::Open(const std::string& path) {
   }
   impl_->fd = fd;
   impl_->path = path;
+  impl_->failed = false;
   return true;
 }
 
 bool DebugOutputReader::Receive(DebugMessage& message, int timeout_ms) {
   if (impl_->fd < 0) return false;
   pollfd p{impl_->fd, POLLIN, 0};
-  if (poll(&p, 1, timeout_ms) <= 0 || (p.revents & POLLIN) == 0) return false;
+  const int ready = poll(&p, 1, timeout_ms);
+  if (ready < 0 && errno != EINTR) impl_->failed = true;
+  if (ready <= 0) return false;
+  if ((p.revents & POLLIN) == 0) {
+    impl_->failed = true;  // an error or hang-up and nothing to read
+    return false;
+  }
   message.text.resize(kMessageLimit);
   iovec data{message.text.data(), message.text.size()};
   alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))];
@@ -90,7 +98,10 @@ bool DebugOutputReader::Receive(DebugMessage& message, int timeout_ms) {
   header.msg_control = control;
   header.msg_controllen = sizeof control;
   const ssize_t length = recvmsg(impl_->fd, &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-  if (length < 0) return false;
+  if (length < 0) {
+    impl_->failed = errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR;
+    return false;
+  }
   message.text.resize(static_cast<size_t>(length));  // a longer datagram was cut
   message.pid = 0;
   for (cmsghdr* c = CMSG_FIRSTHDR(&header); c != nullptr; c = CMSG_NXTHDR(&header, c)) {
@@ -102,6 +113,8 @@ bool DebugOutputReader::Receive(DebugMessage& message, int timeout_ms) {
   }
   return true;
 }
+
+bool DebugOutputReader::Failed() const { return impl_->fd < 0 || impl_->failed; }
 
 void DebugOutputReader::Close() {
   if (impl_->fd < 0) return;

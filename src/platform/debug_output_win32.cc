@@ -34,6 +34,7 @@ struct DebugOutputReader::Impl {
   Handle data_ready;    // set by a writer: the buffer holds a message
   Handle mapping;
   const unsigned char* view = nullptr;
+  bool failed = false;
 };
 
 std::string DebugOutputPath() { return "DBWIN"; }
@@ -62,6 +63,7 @@ bool DebugOutputReader::Open(const std::string&) {
     Close();
     return false;
   }
+  impl.failed = false;
   SetEvent(impl.buffer_ready.Get());
   return true;
 }
@@ -69,7 +71,9 @@ bool DebugOutputReader::Open(const std::string&) {
 bool DebugOutputReader::Receive(DebugMessage& message, int timeout_ms) {
   Impl& impl = *impl_;
   if (impl.view == nullptr) return false;
-  if (WaitForSingleObject(impl.data_ready.Get(), static_cast<DWORD>(timeout_ms)) != WAIT_OBJECT_0) {
+  const DWORD wait = WaitForSingleObject(impl.data_ready.Get(), static_cast<DWORD>(timeout_ms));
+  if (wait != WAIT_OBJECT_0) {
+    impl.failed = wait == WAIT_FAILED;
     return false;
   }
   DWORD pid = 0;
@@ -80,6 +84,8 @@ bool DebugOutputReader::Receive(DebugMessage& message, int timeout_ms) {
   SetEvent(impl.buffer_ready.Get());
   return true;
 }
+
+bool DebugOutputReader::Failed() const { return impl_->view == nullptr || impl_->failed; }
 
 void DebugOutputReader::Close() {
   Impl& impl = *impl_;

@@ -49,6 +49,9 @@ class UsbEventSource {
   /// Waits up to `timeout_ms` for one message and reads it. False on time-out, when
   /// nothing is open, or when the message was no USB device event (the caller asks again).
   bool Receive(UsbEvent& event, int timeout_ms);
+  /// True once the source has failed for good (or is not open): no event comes any more
+  /// and Receive returns at once. Notices lost to a full buffer do not count.
+  bool Failed() const;
   /// Closes the source (Windows: destroys its window and ends the window's thread).
   void Close();
 

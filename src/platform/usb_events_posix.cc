@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <linux/netlink.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -18,6 +19,7 @@ constexpr uint32_t kKernelGroup = 1;    // the kernel's own events (udev re-send
 struct UsbEventSource::Impl {
   Socket socket;
   bool netlink = false;
+  bool failed = false;
 };
 
 UsbEventSource::UsbEventSource() : impl_(std::make_unique<Impl>()) {}
@@ -48,13 +50,26 @@ bool UsbEventSource::Receive(UsbEvent& event, int timeout_ms) {
   if (!impl_->socket.Valid()) return false;
   const int fd = static_cast<int>(impl_->socket.Handle());
   pollfd p{fd, POLLIN, 0};
-  if (poll(&p, 1, timeout_ms) <= 0 || (p.revents & POLLIN) == 0) return false;
+  const int ready = poll(&p, 1, timeout_ms);
+  if (ready < 0 && errno != EINTR) impl_->failed = true;
+  if (ready <= 0) return false;
+  // An error (netlink's buffer ran over) is taken by the receive below; a hang-up with
+  // nothing to read ends the source.
+  if ((p.revents & (POLLIN | POLLERR)) == 0) {
+    impl_->failed = true;
+    return false;
+  }
   std::string message(kMessageLimit, '\0');
   sockaddr_nl from{};
   socklen_t from_size = sizeof from;
   const ssize_t length = recvfrom(fd, message.data(), message.size(), MSG_DONTWAIT,
                                   reinterpret_cast<sockaddr*>(&from), &from_size);
-  if (length <= 0) return false;
+  if (length < 0) {
+    // ENOBUFS: notices were lost to a full buffer; the next ones come as before.
+    impl_->failed = errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR && errno != ENOBUFS;
+    return false;
+  }
+  if (length == 0) return false;
   // On netlink only the kernel (port 0) is believed; any process may send to the group.
   if (impl_->netlink && from.nl_pid != 0) return false;
   message.resize(static_cast<size_t>(length));
@@ -64,9 +79,12 @@ bool UsbEventSource::Receive(UsbEvent& event, int timeout_ms) {
   return true;
 }
 
+bool UsbEventSource::Failed() const { return !impl_->socket.Valid() || impl_->failed; }
+
 void UsbEventSource::Close() {
   impl_->socket.Close();
   impl_->netlink = false;
+  impl_->failed = false;
 }
 
 bool DatagramPair(Socket& first, Socket& second) {

@@ -33,6 +33,7 @@ void StartSockets() {
 
 struct UsbEventSource::Impl {
   Socket socket;  // the seam: uevent messages from a test
+  bool failed = false;
 
   // The window's thread hands events over through this queue.
   std::mutex lock;
@@ -135,10 +136,17 @@ bool UsbEventSource::Open() {
 bool UsbEventSource::Receive(UsbEvent& event, int timeout_ms) {
   Impl& impl = *impl_;
   if (impl.socket.Valid()) {
-    if (WaitReadable(impl.socket, timeout_ms) != WaitStatus::kReadable) return false;
+    const WaitStatus wait = WaitReadable(impl.socket, timeout_ms);
+    if (wait != WaitStatus::kReadable) {
+      impl.failed = wait == WaitStatus::kError || wait == WaitStatus::kException;
+      return false;
+    }
     std::string message(kMessageLimit, '\0');
     const IoResult got = platform::Receive(impl.socket, message.data(), message.size());
-    if (got.status != IoStatus::kOk) return false;
+    if (got.status != IoStatus::kOk) {
+      impl.failed = got.status != IoStatus::kWouldBlock;
+      return false;
+    }
     message.resize(got.bytes);
     const std::optional<UsbEvent> parsed = ParseUevent(message);
     if (!parsed) return false;
@@ -154,6 +162,12 @@ bool UsbEventSource::Receive(UsbEvent& event, int timeout_ms) {
   event = impl.events.front();
   impl.events.pop_front();
   return true;
+}
+
+bool UsbEventSource::Failed() const {
+  if (impl_->socket.Valid()) return impl_->failed;
+  const std::lock_guard<std::mutex> hold(impl_->lock);
+  return impl_->window == nullptr;
 }
 
 void UsbEventSource::Close() {

@@ -174,11 +174,5 @@ TEST_F(PortTreeTest, HandlerReadsTheTreeKelcmdSysfsNamesAndDoublesPercentSigns) 
   EXPECT_EQ(kErrBadArgs, code);
 }
 
-TEST_F(PortTreeTest, EmptyTreeSaysSo) {
-  const testing::ScopedEnvironment root("KELCMD_SYSFS", sys_.Root());
-  EXPECT_EQ("USB devices:\nno USB devices found\nSerial ports:\nno serial ports found\n",
-            RunRow("lsport", ""));
-}
-
 }  // namespace
 }  // namespace kel
