@@ -248,6 +248,12 @@ std::string KelcmdManPage() {
       ".SH ENVIRONMENT\n"
       ".TP\n.B HOME\n"
       "Where the history file is kept.\n"
+      ".TP\n.B KELCMD_SYSFS\n"
+      "The device tree \\fBlsport\\fR, \\fBlscom\\fR, \\fBlsusb\\fR and the start-up serial "
+      "lookup read on Linux, instead of /sys.\n"
+      ".TP\n.B XDG_RUNTIME_DIR\n"
+      "The folder of the debug-output socket kelcmd-debug.sock that \\fBlog debug on\\fR reads; "
+      "without it, /tmp/kelcmd-debug-\\fIuid\\fR.sock.\n"
       ".SH \"SEE ALSO\"\n"
       ".BR kelsim (1)\n";
   return text;
