@@ -67,10 +67,10 @@ class LoggingService {
   /// The run is active even when no port answers, no file could be opened or a monitor
   /// could not start (then it is not shown running).
   void Start(const LoggingConfig& config);
-  /// Ends the run: stops the USB-notify and debug-output monitors, wakes every reader by shutting
-  /// its socket down, waits up to platform::kThreadJoinLimitMs for each (one that still runs is
-  /// left to end by itself, with a note in the log), then closes the file with its footer. Harmless
-  /// when stopped.
+  /// Ends the run: wakes every reader by shutting its socket down, waits up to
+  /// platform::kThreadJoinLimitMs for each (one that still runs is left to end by itself,
+  /// with a note in the log), then closes the file with its footer. Harmless when stopped.
+  /// The USB-notify and debug-output monitors stop before all that.
   void Stop();
 
   /// Changes the size limit and the file count of the run going on (and of later ones).
