@@ -13,7 +13,7 @@ void AddWord(std::string& text, std::string_view word) {
   text += word;
 }
 
-bool IdsMatch(const platform::SerialPort& port, PortIds ids) {
+bool IdsMatch(const platform::SerialPortInfo& port, PortIds ids) {
   const bool vendor_compared = ids.vendor != kAnyId && port.enumerator != "ACPI";
   if (vendor_compared && port.vendor != ids.vendor) return false;
   return ids.product == kAnyId || port.product == ids.product;
@@ -25,7 +25,7 @@ bool PatternMatches(std::string_view text, std::string_view pattern) {
 
 }  // namespace
 
-std::string SerialPortText(const platform::SerialPort& port, const UsbIdTable& names) {
+std::string SerialPortText(const platform::SerialPortInfo& port, const UsbIdTable& names) {
   std::string text;
   AddWord(text, port.enumerator);
   if (!port.id_text.empty()) {
@@ -44,10 +44,10 @@ std::string SerialPortText(const platform::SerialPort& port, const UsbIdTable& n
   return text;
 }
 
-std::string FindSerialPort(std::span<const platform::SerialPort> ports,
+std::string FindSerialPort(std::span<const platform::SerialPortInfo> ports,
                            std::string_view enumerator_pattern, PortIds first, PortIds second,
                            std::string_view description_pattern, const UsbIdTable& names) {
-  for (const platform::SerialPort& port : ports) {
+  for (const platform::SerialPortInfo& port : ports) {
     if (PatternMatches(port.enumerator, enumerator_pattern) && IdsMatch(port, first) &&
         IdsMatch(port, second) &&
         PatternMatches(SerialPortText(port, names), description_pattern)) {

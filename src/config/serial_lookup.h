@@ -22,7 +22,7 @@ struct PortIds {
 ///   "ACPI PNP0501 serial port 0"
 ///   "USB 0403:6001 Future Technology Devices International, Ltd FT232 Serial (UART) IC
 ///    serial 'A50285BI'" (one line)
-std::string SerialPortText(const platform::SerialPort& port, const UsbIdTable& names);
+std::string SerialPortText(const platform::SerialPortInfo& port, const UsbIdTable& names);
 
 /// The name of the first of `ports` that matches every part of the lookup, "" when none
 /// does:
@@ -34,7 +34,7 @@ std::string SerialPortText(const platform::SerialPort& port, const UsbIdTable& n
 ///   `description_pattern`- a wildcard pattern over SerialPortText ("*serial port 0*");
 ///                          empty matches every port
 /// Patterns ignore letter case.
-std::string FindSerialPort(std::span<const platform::SerialPort> ports,
+std::string FindSerialPort(std::span<const platform::SerialPortInfo> ports,
                            std::string_view enumerator_pattern, PortIds first, PortIds second,
                            std::string_view description_pattern, const UsbIdTable& names);
 

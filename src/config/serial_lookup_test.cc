@@ -12,9 +12,9 @@
 namespace kel {
 namespace {
 
-platform::SerialPort Port(std::string name, std::string enumerator, uint16_t vendor,
-                          uint16_t product, std::string description = {}) {
-  platform::SerialPort port;
+platform::SerialPortInfo Port(std::string name, std::string enumerator, uint16_t vendor,
+                              uint16_t product, std::string description = {}) {
+  platform::SerialPortInfo port;
   port.name = std::move(name);
   port.enumerator = std::move(enumerator);
   port.vendor = vendor;
@@ -25,7 +25,7 @@ platform::SerialPort Port(std::string name, std::string enumerator, uint16_t ven
 }
 
 TEST(SerialLookupTest, EveryPartOfTheLookupMustMatch) {
-  const std::vector<platform::SerialPort> ports = {
+  const std::vector<platform::SerialPortInfo> ports = {
       Port("/dev/ttyS1", "ACPI", 0, 0x0501, "serial port 1"),
       Port("/dev/ttyS0", "ACPI", 0, 0x0501, "serial port 0"),
       Port("/dev/ttyUSB0", "USB", 0x0403, 0x6001),

@@ -37,16 +37,17 @@ bool NaturalLess(std::string_view a, std::string_view b) {
 
 }  // namespace
 
-void SortSerialPorts(std::vector<SerialPort>& ports) {
-  std::stable_sort(ports.begin(), ports.end(), [](const SerialPort& a, const SerialPort& b) {
-    return NaturalLess(a.name, b.name);
-  });
+void SortSerialPorts(std::vector<SerialPortInfo>& ports) {
+  std::stable_sort(
+      ports.begin(), ports.end(),
+      [](const SerialPortInfo& a, const SerialPortInfo& b) { return NaturalLess(a.name, b.name); });
 }
 
-void SortUsbDevices(std::vector<UsbDevice>& devices) {
-  std::stable_sort(devices.begin(), devices.end(), [](const UsbDevice& a, const UsbDevice& b) {
-    return a.bus != b.bus ? a.bus < b.bus : a.device < b.device;
-  });
+void SortUsbDevices(std::vector<UsbDeviceInfo>& devices) {
+  std::stable_sort(devices.begin(), devices.end(),
+                   [](const UsbDeviceInfo& a, const UsbDeviceInfo& b) {
+                     return a.bus != b.bus ? a.bus < b.bus : a.device < b.device;
+                   });
 }
 
 }  // namespace kel::platform

@@ -7,7 +7,7 @@
 namespace kel::platform {
 
 /// One USB device of the host, as the system describes it.
-struct UsbDevice {
+struct UsbDeviceInfo {
   unsigned bus = 0;
   unsigned device = 0;  ///< the device's number on its bus
   uint16_t vendor = 0;
@@ -18,7 +18,7 @@ struct UsbDevice {
 };
 
 /// One serial port of the host.
-struct SerialPort {
+struct SerialPortInfo {
   std::string name;          ///< what opens it: "/dev/ttyS0", "COM3"
   std::string enumerator;    ///< the bus it was found on: "ACPI", "USB", "PCI", or ""
   std::string id_text;       ///< the bus's own id when it is not vendor:product ("PNP0501")
@@ -38,16 +38,16 @@ std::string SysfsRoot();
 /// The USB devices under `sysfs_root` (Windows: SetupAPI; the root is not used), in
 /// order of bus and device number. A device whose numbers or ids cannot be read is left
 /// out; one whose strings cannot be read is listed without them.
-std::vector<UsbDevice> ListUsbDevices(const std::string& sysfs_root);
+std::vector<UsbDeviceInfo> ListUsbDevices(const std::string& sysfs_root);
 
 /// The serial ports under `sysfs_root` (Windows: the COM ports SetupAPI knows), in order
 /// of name, numbers by value ("ttyS2" before "ttyS10"). On Linux: ttyS* that have a UART
 /// behind them (their `type` is not 0), ttyUSB*, ttyACM* and ttyAMA*.
-std::vector<SerialPort> ListSerialPorts(const std::string& sysfs_root);
+std::vector<SerialPortInfo> ListSerialPorts(const std::string& sysfs_root);
 
 /// Orders ports by name, a run of digits compared by value.
-void SortSerialPorts(std::vector<SerialPort>& ports);
+void SortSerialPorts(std::vector<SerialPortInfo>& ports);
 /// Orders devices by bus, then device number.
-void SortUsbDevices(std::vector<UsbDevice>& devices);
+void SortUsbDevices(std::vector<UsbDeviceInfo>& devices);
 
 }  // namespace kel::platform

@@ -93,7 +93,7 @@ std::optional<TtyName> SplitTtyName(std::string_view name) {
 
 // Fills in the bus of a port from its `device` link: a USB device above it, a PNP id
 // (the firmware's, so "ACPI"), or a PCI function.
-void DescribeBus(const fs::path& device_link, SerialPort& port) {
+void DescribeBus(const fs::path& device_link, SerialPortInfo& port) {
   std::error_code error;
   const fs::path device = fs::canonical(device_link, error);
   if (error) return;
@@ -136,15 +136,15 @@ std::string SysfsRoot() {
   return root.empty() ? "/sys" : root;
 }
 
-std::vector<UsbDevice> ListUsbDevices(const std::string& sysfs_root) {
-  std::vector<UsbDevice> devices;
+std::vector<UsbDeviceInfo> ListUsbDevices(const std::string& sysfs_root) {
+  std::vector<UsbDeviceInfo> devices;
   for (const fs::path& entry : Entries(fs::path(sysfs_root) / "bus" / "usb" / "devices")) {
     // Interfaces ("1-1:1.0") have no numbers of their own and are left out with the rest.
     const std::optional<uint32_t> bus = ReadNumber(entry / "busnum", 10, 0xFFFF);
     const std::optional<uint32_t> number = ReadNumber(entry / "devnum", 10, 0xFFFF);
     const std::optional<Ids> ids = ReadIds(entry, "idVendor", "idProduct");
     if (!bus || !number || !ids) continue;
-    UsbDevice device;
+    UsbDeviceInfo device;
     device.bus = *bus;
     device.device = *number;
     device.vendor = ids->vendor;
@@ -158,8 +158,8 @@ std::vector<UsbDevice> ListUsbDevices(const std::string& sysfs_root) {
   return devices;
 }
 
-std::vector<SerialPort> ListSerialPorts(const std::string& sysfs_root) {
-  std::vector<SerialPort> ports;
+std::vector<SerialPortInfo> ListSerialPorts(const std::string& sysfs_root) {
+  std::vector<SerialPortInfo> ports;
   for (const fs::path& entry : Entries(fs::path(sysfs_root) / "class" / "tty")) {
     const std::string name = entry.filename().string();
     const std::optional<TtyName> tty = SplitTtyName(name);
@@ -167,7 +167,7 @@ std::vector<SerialPort> ListSerialPorts(const std::string& sysfs_root) {
     // The kernel makes ttyS0 to ttyS3 (or more) whether or not a UART is there; its
     // type tells: 0 is none.
     if (tty->prefix == "ttyS" && ReadNumber(entry / "type", 10, 0xFFFF).value_or(0) == 0) continue;
-    SerialPort port;
+    SerialPortInfo port;
     port.name = "/dev/" + name;
     if (tty->prefix == "ttyS" || tty->prefix == "ttyAMA") {
       port.description = "serial port " + std::to_string(tty->number);

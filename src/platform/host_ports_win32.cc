@@ -106,8 +106,8 @@ std::string SerialOf(const std::vector<std::string>& parts) {
 
 std::string SysfsRoot() { return ""; }
 
-std::vector<UsbDevice> ListUsbDevices(const std::string&) {
-  std::vector<UsbDevice> devices;
+std::vector<UsbDeviceInfo> ListUsbDevices(const std::string&) {
+  std::vector<UsbDeviceInfo> devices;
   const DeviceSet set(
       SetupDiGetClassDevsA(nullptr, "USB", nullptr, DIGCF_ALLCLASSES | DIGCF_PRESENT));
   if (!set.Valid()) return devices;
@@ -115,7 +115,7 @@ std::vector<UsbDevice> ListUsbDevices(const std::string&) {
   info.cbSize = sizeof info;
   for (DWORD i = 0; SetupDiEnumDeviceInfo(set.Get(), i, &info); ++i) {
     const std::string id = InstanceId(set.Get(), info);
-    UsbDevice device;
+    UsbDeviceInfo device;
     // Interfaces of composite devices ("&MI_") and hubs without ids are not devices.
     if (id.find("&MI_") != std::string::npos || !HexAfter(id, "VID_", device.vendor) ||
         !HexAfter(id, "PID_", device.product)) {
@@ -136,14 +136,14 @@ std::vector<UsbDevice> ListUsbDevices(const std::string&) {
   return devices;
 }
 
-std::vector<SerialPort> ListSerialPorts(const std::string&) {
-  std::vector<SerialPort> ports;
+std::vector<SerialPortInfo> ListSerialPorts(const std::string&) {
+  std::vector<SerialPortInfo> ports;
   const DeviceSet set(SetupDiGetClassDevsA(&kPortsClass, nullptr, nullptr, DIGCF_PRESENT));
   if (!set.Valid()) return ports;
   SP_DEVINFO_DATA info{};
   info.cbSize = sizeof info;
   for (DWORD i = 0; SetupDiEnumDeviceInfo(set.Get(), i, &info); ++i) {
-    SerialPort port;
+    SerialPortInfo port;
     port.name = PortName(set.Get(), info);
     if (port.name.size() < 4 || port.name.compare(0, 3, "COM") != 0) continue;  // LPT ports
     const std::vector<std::string> parts = Parts(InstanceId(set.Get(), info));

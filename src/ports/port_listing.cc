@@ -37,10 +37,10 @@ std::string Printed(const char* format, auto... args) {
   return std::string(line, static_cast<size_t>(std::clamp(length, 0, int{sizeof line} - 1)));
 }
 
-std::vector<std::string> UsbLines(std::span<const platform::UsbDevice> devices,
+std::vector<std::string> UsbLines(std::span<const platform::UsbDeviceInfo> devices,
                                   const UsbFilter& filter, const UsbIdTable& names) {
   std::vector<std::string> lines;
-  for (const platform::UsbDevice& d : devices) {
+  for (const platform::UsbDeviceInfo& d : devices) {
     if ((filter.vendor >= 0 && d.vendor != filter.vendor) ||
         (filter.product >= 0 && d.product != filter.product)) {
       continue;
@@ -53,10 +53,10 @@ std::vector<std::string> UsbLines(std::span<const platform::UsbDevice> devices,
   return lines;
 }
 
-std::vector<std::string> SerialLines(std::span<const platform::SerialPort> ports,
+std::vector<std::string> SerialLines(std::span<const platform::SerialPortInfo> ports,
                                      const UsbIdTable& names) {
   std::vector<std::string> lines;
-  for (const platform::SerialPort& port : ports) {
+  for (const platform::SerialPortInfo& port : ports) {
     lines.push_back(
         Printed(kSerialLineFormat, port.name.c_str(), SerialPortText(port, names).c_str()));
   }
@@ -100,12 +100,12 @@ bool ParseUsbFilter(std::string_view text, UsbFilter& filter) {
          ParseHalf(text.substr(colon + 1), filter.product);
 }
 
-std::string UsbListing(std::span<const platform::UsbDevice> devices, const UsbFilter& filter,
+std::string UsbListing(std::span<const platform::UsbDeviceInfo> devices, const UsbFilter& filter,
                        const UsbIdTable& names) {
   return Joined(UsbLines(devices, filter, names), "", kNoUsbDevices);
 }
 
-std::string SerialListing(std::span<const platform::SerialPort> ports, std::string_view pattern,
+std::string SerialListing(std::span<const platform::SerialPortInfo> ports, std::string_view pattern,
                           const UsbIdTable& names) {
   return Joined(SerialLines(ports, names), pattern, kNoSerialPorts);
 }

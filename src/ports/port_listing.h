@@ -23,14 +23,14 @@ bool ParseUsbFilter(std::string_view text, UsbFilter& filter);
 /// The lsusb lines of the devices that pass `filter`, in the order given:
 ///   "Bus 001 Device 003: ID 0403:6001 <vendor> <product>\n"
 /// or "no USB devices found\n" when none passes.
-std::string UsbListing(std::span<const platform::UsbDevice> devices, const UsbFilter& filter,
+std::string UsbListing(std::span<const platform::UsbDeviceInfo> devices, const UsbFilter& filter,
                        const UsbIdTable& names);
 
 /// The lscom lines of the ports whose line or name matches the wildcard `pattern`
 /// (empty: every port), in the order given:
 ///   "/dev/ttyS0      ACPI PNP0501 serial port 0\n"
 /// or "no serial ports found\n" when none does.
-std::string SerialListing(std::span<const platform::SerialPort> ports, std::string_view pattern,
+std::string SerialListing(std::span<const platform::SerialPortInfo> ports, std::string_view pattern,
                           const UsbIdTable& names);
 
 /// `lsport`, `lscom` and `lsusb`: one handler for the three rows, which tells the listing

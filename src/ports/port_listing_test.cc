@@ -67,7 +67,7 @@ class PortTreeTest : public ::testing::Test {
 
 TEST_F(PortTreeTest, LsusbLinesAreSortedWithTableNamesElseTheDevicesOwnAndFiltered) {
   sys_.TypicalPc();
-  const std::vector<platform::UsbDevice> devices = platform::ListUsbDevices(sys_.Root());
+  const std::vector<platform::UsbDeviceInfo> devices = platform::ListUsbDevices(sys_.Root());
   const std::string root_hub = "Bus 001 Device 001: ID 1d6b:0002 Linux Foundation 2.0 root hub\n";
   const std::string arduino = "Bus 001 Device 002: ID 2341:0043 Arduino (www.arduino.cc) Uno\n";
   const std::string ftdi = "Bus 001 Device 003: ID 0403:6001 " + std::string(kFtdi) + "\n";
@@ -91,7 +91,7 @@ TEST_F(PortTreeTest, LsusbLinesAreSortedWithTableNamesElseTheDevicesOwnAndFilter
 
 TEST_F(PortTreeTest, LscomListsRealUartsAndUsbPortsWithTheirBus) {
   sys_.TypicalPc();
-  const std::vector<platform::SerialPort> ports = platform::ListSerialPorts(sys_.Root());
+  const std::vector<platform::SerialPortInfo> ports = platform::ListSerialPorts(sys_.Root());
   const std::string acm = "/dev/ttyACM0    USB 2341:0043 Arduino (www.arduino.cc) Uno\n";
   const std::string uart = "/dev/ttyS0      ACPI PNP0501 serial port 0\n";
   const std::string usb =
