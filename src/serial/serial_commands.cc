@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "config/serial_lookup.h"
 #include "config/settings.h"
 #include "core/parse.h"
 #include "device/device_link.h"
@@ -54,6 +55,8 @@ ResultCode HandleSerial(const CommandEntry& /*entry*/, std::string_view& rest, O
     const std::string_view name = Unquote(word);
     if (EqualsNoCase(name, "none") || EqualsNoCase(name, "off")) {
       port.clear();
+    } else if (EqualsNoCase(name, "auto")) {
+      port = LookupStartupSerialPort();
     } else {
       port = std::string(name);
     }

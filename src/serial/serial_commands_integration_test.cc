@@ -14,6 +14,7 @@
 #include "serial/line_codec.h"
 #include "sim/simulator.h"
 #include "support/board_fixture.h"
+#include "support/fake_sysfs.h"
 #include "support/temp_dir.h"
 
 namespace kel {
@@ -122,6 +123,23 @@ TEST_F(SerialCommandsTest, SerialNamesThePortAndAPortThatIsNoneFailsToConnect) {
       {"srecv", "ERROR -10: Connect failed\r\n"},
   };
   for (const Case& c : cases) EXPECT_EQ(c.text, Run(c.line).text) << c.line;
+}
+
+TEST_F(SerialCommandsTest, AutoLooksThePortUpAgainAsAtStartUp) {
+#ifdef _WIN32
+  GTEST_SKIP() << "Windows lists its ports through SetupAPI, not a sysfs tree";
+#endif
+  testing::FakeSysfs pc;
+  pc.TypicalPc();
+  {
+    const testing::ScopedEnvironment root("KELCMD_SYSFS", pc.Root());
+    EXPECT_EQ("Serial port '/dev/ttyUSB0'\r\nSerial port '/dev/ttyS0'\r\n",
+              Run("serial /dev/ttyUSB0;serial AUTO").text);
+  }
+  testing::FakeSysfs container;
+  container.Directory("class/tty");
+  const testing::ScopedEnvironment root("KELCMD_SYSFS", container.Root());
+  EXPECT_EQ("Serial port ''\r\n", Run("serial auto").text) << "no UART: the name is forgotten";
 }
 
 // A controller that answers every request line with `reply` (bytes as they are), or never
