@@ -44,7 +44,11 @@ inline constexpr uint32_t kInternal = 0xFFFFFFFF;
 namespace internal {
 inline constexpr uint32_t kReadDebug = 0;   ///< answer value3 = debug state
 inline constexpr uint32_t kWriteDebug = 1;  ///< value3 = 0 off, 1 on
-inline constexpr uint32_t kStartTrace = 7;  ///< sent with value3 = 1 by the remote trace
+/// Answer value3 = the firmware's version, major << 24 | minor << 16 | patch.
+inline constexpr uint32_t kFirmwareVersion = 2;
+/// Answer value3 = the zousbsocket service's version, packed the same way.
+inline constexpr uint32_t kServiceVersion = 3;
+inline constexpr uint32_t kStartTrace = 7;  ///< value3 = 1 starts the remote trace, 0 ends it
 }  // namespace internal
 
 /// BUZZER value3 that holds the tone until the next BUZZER frame, as the music player

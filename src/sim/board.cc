@@ -134,7 +134,7 @@ Answers Board::HandleCommand(int channel, const uint8_t* frame, uint64_t now_ms)
       state_.outputs ^= static_cast<uint16_t>(request.value1 >> 16) & kPinBits;
       break;
     case code::kOutputs: Add(&answers, code::kOutputs, uint32_t{state_.outputs} << 16, 0, 0); break;
-    case code::kGetMeas: Measurements(&answers); break;
+    case code::kGetMeas: answers = Measurements(); break;
     case code::kGetStatus:
       Add(&answers, code::kGetStatus, state_.events, state_.Clients(),
           static_cast<uint32_t>(now_ms - start_ms_));
@@ -142,11 +142,18 @@ Answers Board::HandleCommand(int channel, const uint8_t* frame, uint64_t now_ms)
     case code::kStatus1:
       Add(&answers, code::kStatus1, static_cast<uint32_t>(state_.frames_from_clients),
           static_cast<uint32_t>(state_.frames_to_clients),
-          static_cast<uint32_t>(state_.frames_filtered));
+          static_cast<uint32_t>(state_.frames_filtered + state_.frames_lost));
       break;
     case code::kStatus2:
+      Add(&answers, code::kStatus2, static_cast<uint32_t>(state_.frames_lost),
+          static_cast<uint32_t>(state_.slow_clients_closed), 0);
+      break;
     case code::kStatus3:
-    case code::kStatus4: Add(&answers, request.command, 0, 0, 0); break;
+      Add(&answers, code::kStatus3, uint32_t{state_.outputs} << 16, state_.events, 0);
+      break;
+    case code::kStatus4:
+      Add(&answers, code::kStatus4, uint32_t{OverCurrentNow()} << 16, 0, 0);
+      break;
     case code::kClrEvents: state_.events = 0; break;
     case code::kReset:
       for (ChannelState& c : state_.channels) {
@@ -181,7 +188,10 @@ Answers Board::HandleCommand(int channel, const uint8_t* frame, uint64_t now_ms)
     case code::kNfcr:
       Add(&answers, code::kNfcr, own.frames_received, own.frames_transmitted, 0);
       break;
-    case code::kNsr: Add(&answers, code::kNsr, 0, static_cast<uint32_t>(own.baud_index), 0); break;
+    case code::kNsr:
+      Add(&answers, code::kNsr, PortStatusBits(own.transmit_errors),
+          static_cast<uint32_t>(own.baud_index), 0);
+      break;
     case code::kInternal:
       Add(&answers, code::kInternal, 0, request.value2, Internal(request.value2, request.value3));
       break;
@@ -197,7 +207,13 @@ uint32_t Board::Internal(uint32_t command, uint32_t value) {
   switch (command) {
     case internal::kReadDebug: return state_.debug;
     case internal::kWriteDebug: state_.debug = value != 0 ? 1 : 0; return state_.debug;
-    case internal::kStartTrace: state_.trace_started = true; return 1;
+    case internal::kFirmwareVersion: return firmware_version_;
+    case internal::kServiceVersion: return kServiceVersion;
+    case internal::kStartTrace:
+      // The connection's tap is the loop's; the board only answers whether it runs.
+      if (value == 0) return 0;
+      state_.trace_started = true;
+      return 1;
     case code::kEscDown: state_.events |= kEventEscDown; return 0;
     case code::kShutdown: state_.events |= kEventShutdown; return 0;
     case code::kEscUp: state_.events |= kEventEscUp; return 0;
@@ -205,18 +221,25 @@ uint32_t Board::Internal(uint32_t command, uint32_t value) {
   }
 }
 
-void Board::Measurements(Answers* answers) const {
+Answers Board::Measurements() const {
   static constexpr std::array<uint32_t, 3> kCurrentCodes{code::kMeasure1, code::kMeasure2,
                                                          code::kMeasure3};
+  Answers answers;
+  const uint16_t overcurrent = OverCurrentNow();
   for (size_t frame = 0; frame < kCurrentCodes.size(); ++frame) {
     std::array<uint32_t, 3> ma{};
     for (size_t i = 0; i < ma.size(); ++i) {
       const uint32_t pin = static_cast<uint32_t>(frame * 3 + i + 1);
-      if ((state_.outputs >> pin & 1U) != 0) ma[i] = kLoadBaseMa + pin;
+      if ((overcurrent >> pin & 1U) != 0) {
+        ma[i] = kOverCurrentMa;
+      } else if ((state_.outputs >> pin & 1U) != 0) {
+        ma[i] = kLoadBaseMa + pin;
+      }
     }
-    Add(answers, kCurrentCodes[frame], ma[0], ma[1], ma[2]);
+    Add(&answers, kCurrentCodes[frame], ma[0], ma[1], ma[2]);
   }
-  Add(answers, code::kMeasure4, kRailsMv[0], kRailsMv[1], kRailsMv[2]);
+  Add(&answers, code::kMeasure4, kRailsMv[0], kRailsMv[1], kRailsMv[2]);
+  return answers;
 }
 
 Transmission Board::Transmit(int channel, const uint8_t* frame) {

@@ -6,6 +6,7 @@
 
 #include "device/frame.h"
 #include "sim/buzzer.h"
+#include "sim/status_words.h"
 
 namespace kel::sim {
 
@@ -42,6 +43,8 @@ struct BoardState {
   uint64_t frames_from_clients = 0;  ///< whole frames read from every connection
   uint64_t frames_to_clients = 0;    ///< frames queued to connections (answers, traffic)
   uint64_t frames_filtered = 0;      ///< deliveries refused by the acceptance filters
+  uint64_t frames_lost = 0;          ///< frames lost to full client queues
+  uint64_t slow_clients_closed = 0;  ///< connections closed for not reading
   std::array<ChannelState, kChannelCount> channels{};
   BuzzerState buzzer;  ///< the current tone and the last BUZZER frames
 
@@ -107,11 +110,20 @@ class Board {
   void ClientDisconnected(int channel);
   void CountFromClients(uint64_t frames) { state_.frames_from_clients += frames; }
   void CountToClients(uint64_t frames) { state_.frames_to_clients += frames; }
+  void CountLost(uint64_t frames) { state_.frames_lost += frames; }
 
   /// Fault: SET_BAUD is taken without effect.
   void SetBaudIgnored(bool ignored) { baud_ignored_ = ignored; }
   /// Fault: every `n`th frame transmitted on a bus is lost (0: none). Restarts the count.
   void SetDropEvery(uint32_t n);
+  /// Fault: the output pins of `pins` (bit n = pin n) draw too much current when on.
+  void SetOverCurrentPins(uint16_t pins) { overcurrent_pins_ = pins; }
+  /// The version INTERNAL 2 reports (major << 24 | minor << 16 | patch).
+  void SetFirmwareVersion(uint32_t version) { firmware_version_ = version; }
+
+  /// One measurement set: MEASURE_1..3 with the currents of pins 1-9 in mA, MEASURE_4 with
+  /// the supply rails in mV.
+  Answers Measurements() const;
 
   int BusOf(int channel) const { return wiring_[static_cast<size_t>(channel)]; }
   /// True when another channel shares `channel`'s bus.
@@ -121,13 +133,15 @@ class Board {
  private:
   ChannelState& Channel(int channel) { return state_.channels[static_cast<size_t>(channel)]; }
   uint32_t Internal(uint32_t command, uint32_t value);
-  void Measurements(Answers* answers) const;
+  uint16_t OverCurrentNow() const { return state_.outputs & overcurrent_pins_; }
 
   Wiring wiring_;
   uint64_t start_ms_;
   BoardState state_;
   bool baud_ignored_ = false;
   uint32_t drop_every_ = 0;
+  uint16_t overcurrent_pins_ = 0;
+  uint32_t firmware_version_ = kDefaultFirmwareVersion;
   std::array<uint32_t, kChannelCount> bus_frames_{};  // per bus number, for drop_every_
 };
 

@@ -44,6 +44,8 @@ TEST(BoardTest, EveryCommandIsAnsweredWithTheDocumentedWords) {
   // depend on the rows before it): a client's channel, its request, and the answers.
   Board board({0, 1, 0, 3}, kStartMs);
   for (const int channel : {0, 2, 2}) board.ClientConnected(channel);
+  board.SetOverCurrentPins(1U << 3 | 1U << 4);  // pin 4 stays off: not over current
+  board.SetFirmwareVersion(0x01020003);
   const std::vector<std::tuple<int, Words, std::vector<Words>>> steps = {
       {0, {kOutputs}, {{kOutputs, 0, 0, 0}}},
       {0, {kSetOut, 0xFFFFFFFF}, {}},  // pins 0 and 15 and the low half name nothing
@@ -53,7 +55,7 @@ TEST(BoardTest, EveryCommandIsAnsweredWithTheDocumentedWords) {
       {3, {kOutputs}, {{kOutputs, 0x02280000, 0, 0}}},  // pins 3, 5 and 9
       {0,
        {kGetMeas, 100},
-       {{kMeasure1, 0, 0, 103},
+       {{kMeasure1, 0, 0, 2500},
         {kMeasure2, 0, 105, 0},
         {kMeasure3, 0, 0, 109},
         {kMeasure4, 12000, 5000, 3300}}},
@@ -81,19 +83,23 @@ TEST(BoardTest, EveryCommandIsAnsweredWithTheDocumentedWords) {
       {2, {kCanFilterRead}, {{kCanFilterRead, 2 << 8, kMask, kArb}}},
       {3, {kStatus1}, {{kStatus1, 29, 18, 1}}},  // frames from and to clients before it; refusals
       {0, {kStatus2, 1, 2, 3}, {{kStatus2, 0, 0, 0}}},
-      {0, {kStatus3}, {{kStatus3, 0, 0, 0}}},
-      {0, {kStatus4}, {{kStatus4, 0, 0, 0}}},
+      {0, {kStatus3}, {{kStatus3, 0x02280000, 0, 0}}},  // outputs; no events yet
+      {0, {kStatus4}, {{kStatus4, 0x00080000, 0, 0}}},  // pin 3, on and over current
       {0, {kInternal, 0, internal::kReadDebug}, {{kInternal, 0, 0, 0}}},
       {0, {kInternal, 0, internal::kWriteDebug, 7}, {{kInternal, 0, 1, 1}}},
       {3, {kInternal, 0, internal::kReadDebug}, {{kInternal, 0, 0, 1}}},  // the board's
       {0, {kInternal, 0, internal::kWriteDebug, 0}, {{kInternal, 0, 1, 0}}},
       {0, {kInternal, 0, internal::kStartTrace, 1}, {{kInternal, 0, 7, 1}}},
+      {0, {kInternal, 0, internal::kStartTrace, 0}, {{kInternal, 0, 7, 0}}},
+      {0, {kInternal, 0, internal::kFirmwareVersion}, {{kInternal, 0, 2, 0x01020003}}},
+      {0, {kInternal, 0, internal::kServiceVersion}, {{kInternal, 0, 3, 0x01000000}}},
       {0, {kInternal, 0, kEscDown}, {{kInternal, 0, kEscDown, 0}}},
       {1, {kInternal, 0, kEscUp, 9}, {{kInternal, 0, kEscUp, 0}}},
       {0, {kGetStatus}, {{kGetStatus, 5, 3, 1234}}},  // events, clients, ms since the start
       {0, {kClrEvents}, {}},
       {0, {kInternal, 0, kShutdown}, {{kInternal, 0, kShutdown, 0}}},
       {0, {kGetStatus}, {{kGetStatus, 2, 3, 1234}}},
+      {0, {kStatus3}, {{kStatus3, 0x02280000, 2, 0}}},
       {0, {kInternal, 0, 0x1234, 5}, {{kInternal, 0, 0x1234, 0xFFFFFFFF}}},
       // Codes the board does not know, answer codes among them, are never answered.
       {0, {kBaudrate, 0, 3}, {}},

@@ -8,6 +8,7 @@
 
 #include "sim/board.h"
 #include "sim/buzzer.h"
+#include "sim/status_words.h"
 
 namespace kel::sim {
 
@@ -30,6 +31,8 @@ struct Faults {
   bool close_mid_frame = false;
   /// SET_BAUD is taken without effect; the bit rate stays.
   bool baud_ignored = false;
+  /// Output pins (bit n = pin n) that draw kOverCurrentMa when on and show in STATUS_4.
+  uint16_t overcurrent_pins = 0;
 };
 
 /// How a virtual board is set up.
@@ -42,6 +45,8 @@ struct Config {
   bool record_frames = false;
   /// Hold each bus to the time its frames take at their channel's bit rate.
   bool pace = false;
+  /// The firmware version INTERNAL 2 reports (major << 24 | minor << 16 | patch).
+  uint32_t firmware_version = kDefaultFirmwareVersion;
   Faults faults;
   /// Called with every tone the buzzer is given (BUZZER frames, and the silence of a
   /// power-on reset while it sounds), on the board's thread

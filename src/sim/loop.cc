@@ -41,6 +41,7 @@ void Simulator::Loop::Run() {
     active_faults_ = faults_;
     board_.SetBaudIgnored(active_faults_.baud_ignored);
     board_.SetDropEvery(active_faults_.drop_every);
+    board_.SetOverCurrentPins(active_faults_.overcurrent_pins);
     now_ms_ = platform::MonotonicMs();
     now_ns_ = platform::MonotonicNs();
     for (int i = 0; i < n; ++i) Dispatch(events[static_cast<size_t>(i)]);
@@ -70,6 +71,11 @@ int Simulator::Loop::NextTimeoutMs() const {
     timeout = due > now_ms ? static_cast<int64_t>(due - now_ms) : 0;
   }
   if (const uint64_t due = serial_ != nullptr ? serial_->NextDueMs() : 0; due != 0) {
+    const int64_t ms = due > now_ms ? static_cast<int64_t>(due - now_ms) : 0;
+    timeout = timeout < 0 ? ms : std::min(timeout, ms);
+  }
+  if (!measurements_.Empty()) {
+    const uint64_t due = measurements_.NextDueMs();
     const int64_t ms = due > now_ms ? static_cast<int64_t>(due - now_ms) : 0;
     timeout = timeout < 0 ? ms : std::min(timeout, ms);
   }
@@ -174,6 +180,7 @@ void Simulator::Loop::Process(Client& c) {
       break;
     }
     ++taken;
+    if (!taps_.Empty()) Tap(c, frame);
     if (record != nullptr) {
       FrameBytes copy;
       std::memcpy(copy.data(), frame, kFrameSize);
@@ -194,6 +201,7 @@ void Simulator::Loop::Process(Client& c) {
 }
 
 void Simulator::Loop::HandleCommand(Client& c, const uint8_t* frame) {
+  StartOrEndStreams(c, frame);
   const Answers answers = board_.HandleCommand(c.channel, frame, now_ms_);
   if (config_.on_tone && FrameWord(frame, 0) == code::kBuzzer) {
     config_.on_tone(board_.State().buzzer.current);
@@ -239,6 +247,7 @@ void Simulator::Loop::HandleCan(Client& c, const uint8_t* frame) {
       out[5] = static_cast<uint8_t>((out[5] & ~0x03) | r);
       board_.CountToClients(1);
       MarkDirty(*d);
+      if (!taps_.Empty()) Tap(*d, out);
     }
   }
   if (t.echo) {
@@ -253,6 +262,7 @@ void Simulator::Loop::Deliver(Client& c, const uint8_t* frame) {
   std::memcpy(c.out.Append(kFrameSize), frame, kFrameSize);
   board_.CountToClients(1);
   MarkDirty(c);
+  if (!taps_.Empty()) Tap(c, frame);
 }
 
 void Simulator::Loop::MarkDirty(Client& c) {
@@ -342,6 +352,7 @@ void Simulator::Loop::Close(Client& c) {
   poller_.Remove(c.socket);
   c.socket.Close();
   board_.ClientDisconnected(c.channel);
+  taps_.Remove(c);
   auto& members = members_[static_cast<size_t>(c.channel)];
   members.erase(std::remove(members.begin(), members.end(), &c), members.end());
   if (c.congested) {
@@ -357,6 +368,7 @@ void Simulator::Loop::FireTimers() {
     Client* c = clients_[slot].get();
     if (c != nullptr && !c->dead && c->serial == serial) SendAnswers(*c, answers);
   });
+  if (!measurements_.Empty()) SendMeasurements();
   for (size_t bus = 0; bus < bus_waiters_.size(); ++bus) {
     if (bus_waiters_[bus].empty() || bus_free_ns_[bus] > now_ns_ + kPaceWindowNs) continue;
     std::vector<size_t> waiting;

@@ -19,7 +19,9 @@
 #include "sim/config.h"
 #include "sim/faults.h"
 #include "sim/serial_controller.h"
+#include "sim/measurement_stream.h"
 #include "sim/simulator.h"
+#include "sim/trace_tap.h"
 
 namespace kel::sim {
 
@@ -37,7 +39,9 @@ class Simulator::Loop {
       : config_(std::move(config)),
         board_(config_.wiring, platform::MonotonicMs()),
         faults_(config_.faults),
-        active_faults_(config_.faults) {}
+        active_faults_(config_.faults) {
+    board_.SetFirmwareVersion(config_.firmware_version);
+  }
 
   ~Loop() { Stop(); }
 
@@ -109,6 +113,9 @@ class Simulator::Loop {
   bool TakeBus(const Client& c, const uint8_t* frame);
   void SendAnswers(Client& c, const Answers& answers);
   void Deliver(Client& c, const uint8_t* frame);
+  void Tap(const Client& about, const uint8_t* frame);
+  void StartOrEndStreams(Client& c, const uint8_t* frame);
+  void SendMeasurements();
   void MarkDirty(Client& c);
   void Flush(Client& c);
   void UpdateCongestion(Client& c);
@@ -150,6 +157,8 @@ class Simulator::Loop {
   std::array<uint64_t, kChannelCount> bus_free_ns_{};           // pacing: when each bus is free
   std::array<std::vector<size_t>, kChannelCount> bus_waiters_;  // pacing: slots held per bus
   DelayedAnswers delayed_;
+  MeasurementStreams measurements_;
+  TraceTaps taps_;
   std::vector<size_t> dirty_;
   std::vector<size_t> dead_;
   Faults active_faults_;  // faults_ as of this wake-up

@@ -21,6 +21,7 @@ constexpr const char* kUsage =
     "  --serial-link PATH      with --serial: make PATH a symbolic link to it\n"
     "  --verbose               print a line for every tone the buzzer is given\n"
     "  --buzzer-wav FILE       write what the buzzer plays into FILE (WAV, 16-bit mono)\n"
+    "  --firmware X.Y.Z        the firmware version the board reports (default 1.0.0)\n"
     "  --help                  show this text\n"
     "\n"
     "faults:\n"
@@ -32,6 +33,7 @@ constexpr const char* kUsage =
     "  --close-after N         close each connection after N frames sent to it\n"
     "  --close-mid-frame       with --close-after: send half of the next frame first\n"
     "  --ignore-set-baud       take SET_BAUD but keep the bit rate\n"
+    "  --overcurrent PINS      output pins (e.g. 8,10) that draw 2500 mA when on\n"
     "\n"
     "It runs until SIGINT (Ctrl+C) or SIGTERM.\n";
 
@@ -54,6 +56,19 @@ std::optional<uint32_t> ParseNumber(std::string_view text) {
     if (value > UINT32_MAX) return std::nullopt;
   }
   return static_cast<uint32_t>(value);
+}
+
+// Reads a list of output pins 1-14 separated by ',' as a pin mask (bit n = pin n).
+std::optional<uint16_t> ParsePins(std::string_view text) {
+  uint16_t mask = 0;
+  while (true) {
+    const size_t comma = text.find(',');
+    const std::optional<uint32_t> pin = ParseNumber(text.substr(0, comma));
+    if (!pin || *pin < 1 || *pin > 14) return std::nullopt;
+    mask = static_cast<uint16_t>(mask | 1U << *pin);
+    if (comma == std::string_view::npos) return mask;
+    text.remove_prefix(comma + 1);
+  }
 }
 
 // Reads a command code: bit 31 set, as every command word has.
@@ -141,6 +156,22 @@ std::optional<ProgramOptions> ParseOptions(const std::vector<std::string>& args,
       const std::optional<std::string_view> text = value();
       if (!text || text->empty()) return fail("--buzzer-wav needs a file name");
       options.buzzer_wav = std::string(*text);
+    } else if (option == "--firmware") {
+      const std::optional<std::string_view> text = value();
+      const std::optional<uint32_t> version = text ? ParseVersion(*text) : std::nullopt;
+      if (!version) {
+        return fail("--firmware needs a version X.Y.Z such as 1.2.3, not '" +
+                    std::string(text.value_or("")) + "'");
+      }
+      config.firmware_version = *version;
+    } else if (option == "--overcurrent") {
+      const std::optional<std::string_view> text = value();
+      const std::optional<uint16_t> pins = text ? ParsePins(*text) : std::nullopt;
+      if (!pins) {
+        return fail("--overcurrent needs output pins 1-14 such as 8,10, not '" +
+                    std::string(text.value_or("")) + "'");
+      }
+      faults.overcurrent_pins = *pins;
     } else if (option == "--noise") {
       const std::optional<uint32_t> n = number("a count of frames");
       if (!n) return std::nullopt;

@@ -26,6 +26,9 @@ TEST(ParseOptionsTest, EachOptionSetsItsPart) {
                                                           "--close-after",
                                                           "0",
                                                           "--ignore-set-baud",
+                                                          "--firmware",
+                                                          "2.1.7",
+                                                          "--overcurrent=1,8,14",
                                                           "--help",
                                                           "--serial",
                                                           "--serial-link=/tmp/ttyKEL"},
@@ -42,6 +45,8 @@ TEST(ParseOptionsTest, EachOptionSetsItsPart) {
   EXPECT_EQ(std::tuple(3U, 0x81010005U, 2500, 7U, 0U),
             std::tuple(f.noise_before_answer, f.delayed_code, f.answer_delay_ms, f.drop_every,
                        f.close_after_frames.value_or(9)));
+  EXPECT_EQ(0x02010007U, config.firmware_version);
+  EXPECT_EQ(0x4102, f.overcurrent_pins);
 
   const std::optional<ProgramOptions> drop =
       ParseOptions({"--drop-answer", "0xFFFFFFFF", "-h"}, &error);
@@ -78,6 +83,10 @@ TEST(ParseOptionsTest, BadArgumentsNameTheProblem) {
       {{"--serial-link", "/tmp/ttyKEL"}, "--serial-link needs --serial"},
       {{"--buzzer-wav"}, "--buzzer-wav needs a file name"},
       {{"--verbose=1"}, "--verbose takes no value"},
+      {{"--firmware", "1.2"}, "--firmware needs a version X.Y.Z such as 1.2.3, not '1.2'"},
+      {{"--overcurrent", "0,3"}, "--overcurrent needs output pins 1-14 such as 8,10, not '0,3'"},
+      {{"--overcurrent", "15"}, "--overcurrent needs output pins 1-14 such as 8,10, not '15'"},
+      {{"--overcurrent", "3,"}, "--overcurrent needs output pins 1-14 such as 8,10, not '3,'"},
   };
   for (const auto& [args, message] : cases) {
     std::string error;
