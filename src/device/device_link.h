@@ -51,6 +51,9 @@ class DeviceLink {
   /// True when a whole frame has been received and not handed out yet: the next
   /// ReceiveFrame returns at once, without a system call.
   bool HasBufferedFrame() const { return buffer_end_ - buffer_start_ >= kFrameSize; }
+  /// True when the start of a frame has been received and its rest has not: a receive
+  /// that ran into its limit now would drop those bytes.
+  bool HasPartialFrame() const { return buffer_end_ > buffer_start_ && !HasBufferedFrame(); }
 
   /// Sends a command, then waits for the frame whose first word equals `answer_code`,
   /// left in `answer`. Other frames are dropped; a "." is printed for every second

@@ -19,6 +19,11 @@ bool StdinIsTerminal();
 /// True when standard output is an interactive terminal.
 bool StdoutIsTerminal();
 
+/// Moves the cursor of the terminal on standard output `lines` lines up, to the start of
+/// the line, so that what is written next overwrites those lines (live tables are redrawn
+/// in place). Standard output must have been flushed.
+void MoveCursorUp(unsigned lines);
+
 /// True when a key press is waiting. Only ever true when standard input is a terminal;
 /// the terminal is polled without echo and without waiting for Enter. Piped input is
 /// never consumed here.

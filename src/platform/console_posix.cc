@@ -81,6 +81,12 @@ void UseBinaryStandardStreams() {}
 
 bool StdinIsTerminal() { return isatty(STDIN_FILENO) == 1; }
 
+void MoveCursorUp(unsigned lines) {
+  if (lines > 0) printf("\x1b[%uA", lines);
+  fputs("\r", stdout);
+  fflush(stdout);
+}
+
 bool KeyPressed() {
   if (!StdinIsTerminal()) return false;
   RawTerminal raw;

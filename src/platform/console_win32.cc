@@ -30,6 +30,16 @@ void UseBinaryStandardStreams() {
 
 bool StdinIsTerminal() { return _isatty(_fileno(stdin)) != 0; }
 
+void MoveCursorUp(unsigned lines) {
+  const HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
+  CONSOLE_SCREEN_BUFFER_INFO info;
+  if (!GetConsoleScreenBufferInfo(out, &info)) return;
+  const SHORT up = static_cast<SHORT>(
+      lines < static_cast<unsigned>(info.dwCursorPosition.Y) ? lines : info.dwCursorPosition.Y);
+  const COORD to{0, static_cast<SHORT>(info.dwCursorPosition.Y - up)};
+  SetConsoleCursorPosition(out, to);
+}
+
 bool KeyPressed() { return StdinIsTerminal() && _kbhit() != 0; }
 
 void DiscardKeys() {
