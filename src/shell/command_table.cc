@@ -5,13 +5,16 @@
 #include "board/buzzer_commands.h"
 #include "board/control_commands.h"
 #include "board/io_commands.h"
+#include "board/measurement.h"
 #include "board/pins.h"
+#include "board/status_commands.h"
 #include "can/can_commands.h"
 #include "can/regression_tests.h"
 #include "config/config_commands.h"
 #include "core/parse.h"
 #include "game/tetris_command.h"
 #include "logging/log_command.h"
+#include "monitor/monitor_command.h"
 #include "ports/port_listing.h"
 #include "proxy/proxy_command.h"
 #include "serial/serial_commands.h"
@@ -100,10 +103,18 @@ const std::vector<CommandEntry> kRows = {
                   "'int 0x80005500'   - send escape key down event",
                   "'int 0x80005502'   - send escape key up event",
                   "'int 0x80005501'   - send shut down event"}},
-    {.names = {"ver", "version"}, .handler = unbuilt, .needs_device = true,
-     .result_words = kOkError, .description = "Firmware and software version query"},
-    {.names = {"stat", "status"}, .handler = unbuilt, .needs_device = true,
-     .result_words = kOkError, .description = "Fetch task and port status values"},
+    {.names = {"ver", "version"}, .handler = HandleVersion, .needs_device = true,
+     .result_words = kOkError, .description = "Firmware and software version query",
+     .arguments = {"<none>             - software, firmware and service versions"}},
+    {.names = {"stat", "status"}, .handler = HandleStatus, .needs_device = true,
+     .result_words = kOkError, .description = "Fetch task and port status values",
+     .arguments = {"<none>             - all five status word sets",
+                   "global             - global status: events, clients, uptime",
+                   "can                - CAN task: frames in, out and dropped",
+                   "usb                - USB task: frames lost, slow clients closed",
+                   "io                 - IO task: outputs and events",
+                   "oc                 - over-current pins"},
+     .examples = {"'stat can'         - frames the board moved and dropped"}},
     {.names = {"set"}, .handler = HandleSetOutput, .needs_device = true,
      .result_words = kOkError, .description = "Set output bit",
      .arguments = {"<ioport>           - ioport name or index to be set",
@@ -146,14 +157,19 @@ const std::vector<CommandEntry> kRows = {
      .result_words = kOkError, .description = "Read outputs",
      .arguments = {"<none>             - read all outputs",
                    "<ioport>,<ioport>  - read the named outputs"}},
-    {.names = {"cnt", "cntr", "counter"}, .handler = unbuilt, .needs_device = true,
-     .result_words = kOkError, .description = "Read all counter values"},
-    {.names = {"necnt"}, .handler = unbuilt, .needs_device = true,
-     .result_words = kOkError, .description = "Read error counter values"},
-    {.names = {"nfcr"}, .handler = unbuilt, .needs_device = true,
-     .result_words = kOkError, .description = "Read message counter values"},
-    {.names = {"nsr"}, .handler = unbuilt, .needs_device = true,
-     .result_words = kOkError, .description = "Fetch port status query"},
+    {.names = {"cnt", "cntr", "counter"}, .handler = HandleCounters, .needs_device = true,
+     .result_words = kOkError, .description = "Read all counter values",
+     .arguments = {"<none>             - channel's error and message counters",
+                   "                     and the board's frame counters"}},
+    {.names = {"necnt"}, .handler = HandleErrorCounters, .needs_device = true,
+     .result_words = kOkError, .description = "Read error counter values",
+     .arguments = {"<none>             - channel's tx and rx error counters"}},
+    {.names = {"nfcr"}, .handler = HandleMessageCounters, .needs_device = true,
+     .result_words = kOkError, .description = "Read message counter values",
+     .arguments = {"<none>             - channel's rx and tx message counters"}},
+    {.names = {"nsr"}, .handler = HandlePortStatus, .needs_device = true,
+     .result_words = kOkError, .description = "Fetch port status query",
+     .arguments = {"<none>             - channel's bus status and baudrate"}},
     {.names = {"baud", "baudrate"}, .handler = HandleBaud, .needs_device = true,
      .result_words = kOkError, .description = "Read or write baudrate",
      .arguments = {"<none>             - read current baudrate",
@@ -163,8 +179,21 @@ const std::vector<CommandEntry> kRows = {
                   "'baud 250000'      - set 250 kbaud",
                   "'baud 250k'        - set 250 kbaud",
                   "'baud 0.25M'       - set 250 kbaud"}},
-    {.names = {"mon", "monitor"}, .handler = unbuilt, .needs_device = true,
-     .result_words = kOkError, .description = "Monitor data traffic"},
+    {.names = {"mon", "monitor"}, .handler = HandleMonitor, .needs_device = true,
+     .result_words = kOkError, .description = "Monitor data traffic",
+     .arguments = {"<none>             - every frame received (as 'can')",
+                   "can                - CAN frames as rows, commands named",
+                   "ids                - one line per CAN id: count, period, data",
+                   "curr               - current and voltage rows",
+                   "out                - a row when an output changes",
+                   "<id>:<mask>        - only CAN ids where id & mask match (hex)",
+                   "<duration>         - stop after this time (default: a key)",
+                   "<interval>         - before <duration>: measuring (curr, out)",
+                   "                     or redrawing (ids) interval"},
+     .examples = {"'mon 123:7FF 10s'  - frames of CAN id 0x123 for 10 s",
+                  "'mon ids'          - CAN ids seen until a key is pressed",
+                  "'mon curr 1ms 80s' - currents every 1 ms for 80 s",
+                  "'mon out 90s'      - output changes for 90 s"}},
     {.names = {"buzz", "buzzer"}, .handler = HandleBuzz, .needs_device = true,
      .result_words = kOkError, .description = "Buzzer play control",
      .arguments = {"<freq|note>        - tone of 20-20000 Hz or a note (eg 0x3E8, A4, C#5)",
@@ -227,8 +256,11 @@ const std::vector<CommandEntry> kRows = {
      .arguments = {"<hexa>             - Raw command or CAN data",
                    "<spec>             - expect what 'send <spec>' sends"},
      .examples = {"'recv 0x123:count*1000' - expect 1000 counter messages"}},
-    {.names = {"curr", "current"}, .handler = unbuilt, .needs_device = true,
-     .result_words = kOkError, .description = "Fetch current data"},
+    {.names = {"curr", "current"}, .handler = HandleCurrent, .needs_device = true,
+     .result_words = kOkError, .description = "Fetch current data",
+     .arguments = {"<none>             - currents of pins 1-9 and rail voltages",
+                   "<ioport>,<ioport>  - currents of the named pins only"},
+     .examples = {"'curr D9,CAN1'     - currents of D9 and CAN1"}},
     {.names = {"test"}, .handler = HandleTest, .needs_device = true,
      .result_words = kOkError, .description = "Run regression test(s)",
      .arguments = {"?                  - show list of available tests",
@@ -243,8 +275,15 @@ const std::vector<CommandEntry> kRows = {
                    "?<name>            - describe test steps",
                    "<name>             - run one specific test",
                    "<pattern>          - run all matching tests"}},
-    {.names = {"trace"}, .handler = unbuilt, .needs_device = true,
-     .result_words = kOkError, .description = "Remote zousbsocket debug tracing"},
+    {.names = {"trace"}, .handler = HandleTrace, .needs_device = true,
+     .result_words = kOkError, .description = "Remote zousbsocket debug tracing",
+     .arguments = {"<none>             - every frame the board handles",
+                   "<regex>            - only lines the regex finds (as grep -E)",
+                   "i/<regex>          - the same, ignoring case",
+                   "<duration>         - stop after this time (default: a key)"},
+     .examples = {"'trace GET_BAUD 5s'- bit-rate queries for 5 s",
+                  "'trace i/esc'      - escape key events",
+                  "'trace 00000123 1m'- CAN id 0x123 for a minute"}},
     {.names = {"ssend"}, .handler = HandleSerialSend, .needs_device = true,
      .result_words = kOkError, .description = "Send to board controller via serial",
      .arguments = {"<text>             - send '$<text>*hh' line",
@@ -281,7 +320,11 @@ const std::vector<CommandEntry> kRows = {
 const std::vector<CommandEntry>& CommandTable() {
   // The error text of a bad pin list offers the board's pin names; every handler is
   // reached through this table, so this is the one place that wires them in.
-  [[maybe_unused]] static const bool wired = (SetBadIoChoices(PinChoices()), true);
+  [[maybe_unused]] static const bool wired = (SetBadIoChoices(PinChoices()),
+                                               SetOutputPinNames([](int pin) {
+                                                 return PinName(pin, false, true);
+                                               }),
+                                               true);
   return kRows;
 }
 
