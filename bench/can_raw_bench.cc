@@ -17,11 +17,12 @@
 #include <string>
 #include <vector>
 
+#include "core/parse.h"
 #include "device/command_codes.h"
 #include "device/frame.h"
+#include "flood.h"
 #include "platform/clock.h"
 #include "platform/socket.h"
-#include "core/parse.h"
 
 namespace kel {
 namespace {
@@ -36,15 +37,6 @@ FrameBytes CounterFrame(uint32_t value, uint32_t info = kInfo) {
   SetFrameWord(frame.data(), 1, info);
   SetFrameWord(frame.data(), 2, value);
   return frame;
-}
-
-platform::Socket Open(uint16_t port) {
-  platform::Socket socket = platform::NewTcpSocket();
-  if (!socket.Valid() || !platform::ConnectBlocking(socket, {InetAddr("127.0.0.1"), port})) {
-    std::fprintf(stderr, "cannot connect to port %u\n", port);
-    std::exit(1);
-  }
-  return socket;
 }
 
 bool SendAll(const platform::Socket& socket, const uint8_t* data, size_t size) {
@@ -69,7 +61,7 @@ bool ReadFrame(const platform::Socket& socket, uint8_t* frame) {
 }
 
 int Send(uint16_t port, uint32_t count) {
-  const platform::Socket socket = Open(port);
+  const platform::Socket socket = bench::ConnectLocal(port);
   for (uint32_t r = 0; r < count; ++r) {
     const FrameBytes frame = CounterFrame(r);
     if (!SendAll(socket, frame.data(), frame.size())) return 1;
@@ -78,7 +70,7 @@ int Send(uint16_t port, uint32_t count) {
 }
 
 int Blast(uint16_t port, uint32_t count) {
-  const platform::Socket socket = Open(port);
+  const platform::Socket socket = bench::ConnectLocal(port);
   constexpr uint32_t kBatch = 4096;
   std::vector<uint8_t> batch(kBatch * kFrameSize);
   for (uint32_t r = 0; r < count;) {
@@ -94,7 +86,7 @@ int Blast(uint16_t port, uint32_t count) {
 }
 
 int Receive(uint16_t port, uint32_t count) {
-  const platform::Socket socket = Open(port);
+  const platform::Socket socket = bench::ConnectLocal(port);
   std::vector<uint8_t> buffer(64 * 1024);
   size_t have = 0;
   for (uint32_t r = 0; r < count;) {
@@ -118,7 +110,7 @@ int Receive(uint16_t port, uint32_t count) {
 }
 
 int Ping(uint16_t port, uint32_t count) {
-  const platform::Socket socket = Open(port);
+  const platform::Socket socket = bench::ConnectLocal(port);
   for (uint32_t r = 0; r < count; ++r) {
     const FrameBytes frame = CounterFrame(r, kInfo | kInfoEchoRequest);
     if (!SendAll(socket, frame.data(), frame.size())) return 1;
@@ -144,7 +136,7 @@ int Filter(uint32_t am, uint32_t ar) {
 }
 
 int Clients(uint16_t port, uint32_t count) {
-  const platform::Socket socket = Open(port);
+  const platform::Socket socket = bench::ConnectLocal(port);
   const uint64_t start = platform::MonotonicMs();
   while (platform::MonotonicMs() - start < 30000) {
     const FrameBytes request = EncodeCommand(CommandFrame{code::kGetStatus, 0, 0, 0});

@@ -19,22 +19,7 @@ runs=$send_runs
 # A receiver run is short (tens of ms) and the most disturbed by other work: more turns.
 recv_runs=${RECV_RUNS:-25}
 
-tmp=$(mktemp -d)
-kelsim_pid=
-cleanup() {
-  if [ -n "$kelsim_pid" ]; then
-    kill "$kelsim_pid" 2>/dev/null || true
-    wait "$kelsim_pid" 2>/dev/null || true
-  fi
-  rm -rf "$tmp"
-}
-trap cleanup EXIT
-
-"$KEL_BIN/kelsim" --port 0 >"$tmp/kelsim.out" 2>&1 &
-kelsim_pid=$!
-for _ in $(seq 200); do grep -q ' ports ' "$tmp/kelsim.out" && break; sleep 0.05; done
-base=$(sed -n 's/.* ports \([0-9]*\)-.*/\1/p' "$tmp/kelsim.out")
-[ -n "$base" ] || { echo "kelsim did not start" >&2; exit 1; }
+start_kelsim
 kelcmd() { "$KEL_BIN/kelcmd" -p"$base" "$@"; }
 
 # The wall time in ns of one run of a command, its output to the file $out.

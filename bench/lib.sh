@@ -18,3 +18,21 @@ mean_us() {
 
 # Prints a ratio of two numbers with two decimals.
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", (b == 0 ? 0 : a / b) }'; }
+
+# Starts kelsim on free ports in the background with the options given, and sets tmp (a
+# temporary directory) and base (kelsim's first port). kelsim stops and the directory goes
+# when the script ends.
+start_kelsim() {
+  tmp=$(mktemp -d)
+  trap stop_kelsim EXIT
+  "$KEL_BIN/kelsim" --port 0 "$@" >"$tmp/kelsim.out" 2>&1 &
+  kelsim_pid=$!
+  for _ in $(seq 200); do grep -q ' ports ' "$tmp/kelsim.out" && break; sleep 0.05; done
+  base=$(sed -n 's/.* ports \([0-9]*\)-.*/\1/p' "$tmp/kelsim.out")
+  [ -n "$base" ] || { echo "kelsim did not start" >&2; exit 1; }
+}
+stop_kelsim() {
+  kill "$kelsim_pid" 2>/dev/null || true
+  wait "$kelsim_pid" 2>/dev/null || true
+  rm -rf "$tmp"
+}

@@ -15,22 +15,7 @@ clients="$KEL_BENCH_BIN/can_raw_bench"
 frames=${FRAMES:-1000000}
 runs=${RUNS:-5}
 
-tmp=$(mktemp -d)
-kelsim_pid=
-cleanup() {
-  if [ -n "$kelsim_pid" ]; then
-    kill "$kelsim_pid" 2>/dev/null || true
-    wait "$kelsim_pid" 2>/dev/null || true
-  fi
-  rm -rf "$tmp"
-}
-trap cleanup EXIT
-
-"$KEL_BIN/kelsim" --port 0 --close-after "$frames" >"$tmp/kelsim.out" 2>&1 &
-kelsim_pid=$!
-for _ in $(seq 200); do grep -q ' ports ' "$tmp/kelsim.out" && break; sleep 0.05; done
-base=$(sed -n 's/.* ports \([0-9]*\)-.*/\1/p' "$tmp/kelsim.out")
-[ -n "$base" ] || { echo "kelsim did not start" >&2; exit 1; }
+start_kelsim --close-after "$frames"
 
 # The ns from the sender's start to the end of the reader "$@" (on channel 2, its output to
 # the file $1), once the board counts the reader.

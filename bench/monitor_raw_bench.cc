@@ -28,17 +28,8 @@ constexpr uint32_t kIdSpan = 256;
 constexpr size_t kBlock = 64 * 1024;
 constexpr size_t kMaxRow = 1024;
 
-platform::Socket Open(uint16_t port) {
-  platform::Socket socket = platform::NewTcpSocket();
-  if (!socket.Valid() || !platform::ConnectBlocking(socket, {InetAddr("127.0.0.1"), port})) {
-    std::fprintf(stderr, "cannot connect to port %u\n", port);
-    std::exit(1);
-  }
-  return socket;
-}
-
 int Blast(uint16_t port, uint32_t count) {
-  const platform::Socket socket = Open(port);
+  const platform::Socket socket = bench::ConnectLocal(port);
   bench::Pump(socket, bench::FrameBlock(kFirstId, kIdSpan), count, 0);
   return 0;
 }
@@ -58,7 +49,7 @@ size_t FormatRow(char* out, uint32_t ms, const uint8_t* f) {
 }
 
 int Rows(uint16_t port) {
-  const platform::Socket socket = Open(port);
+  const platform::Socket socket = bench::ConnectLocal(port);
   std::vector<uint8_t> buffer(64 * 1024);
   std::vector<char> block(kBlock + kMaxRow);
   size_t used = 0;

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
+#include <cstdlib>
 
+#include "core/parse.h"
 #include "device/frame.h"
 #include "platform/poller.h"
 
@@ -20,6 +23,15 @@ std::vector<uint8_t> FrameBlock(uint32_t first_id, uint32_t id_span) {
               block.begin() + static_cast<std::ptrdiff_t>(i * kFrameSize));
   }
   return block;
+}
+
+platform::Socket ConnectLocal(uint16_t port) {
+  platform::Socket socket = platform::NewTcpSocket();
+  if (!socket.Valid() || !platform::ConnectBlocking(socket, {InetAddr("127.0.0.1"), port})) {
+    std::fprintf(stderr, "cannot connect to port %u\n", port);
+    std::exit(1);
+  }
+  return socket;
 }
 
 void Pump(const platform::Socket& socket, const std::vector<uint8_t>& block, size_t frames,

@@ -56,10 +56,15 @@ MonitorColumns MonitorColumnsOf(const uint8_t* f) {
   columns.type += frame.flag_s != 0 ? 's' : '-';
   columns.channel = static_cast<unsigned>(frame.Channel());
   columns.dlc = frame.dlc;
+  // "%02X " per byte, written digit by digit: the monitor formats a row per frame.
+  static constexpr char kHexDigits[] = "0123456789ABCDEF";
+  columns.data.resize(3 * size_t{frame.dlc});
+  char* out = columns.data.data();
   for (unsigned i = 0; i < frame.dlc; ++i) {
-    char byte[4];
-    std::snprintf(byte, sizeof byte, "%02X ", i < frame.data.size() ? frame.data[i] : 0);
-    columns.data += byte;
+    const uint8_t byte = i < frame.data.size() ? frame.data[i] : 0;
+    *out++ = kHexDigits[byte >> 4];
+    *out++ = kHexDigits[byte & 0x0F];
+    *out++ = ' ';
   }
   return columns;
 }

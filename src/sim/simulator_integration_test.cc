@@ -254,5 +254,51 @@ TEST_F(SimulatorTest, PacingHoldsTheBusToItsBitRate) {
   EXPECT_GE(platform::MonotonicMs() - start, 200U) << "500 frames at 250 kbaud need 222 ms";
 }
 
+TEST_F(SimulatorTest, AMeasurementStreamRunsUntilGetMeasZeroOrTheConnectionGoes) {
+  constexpr int kQuietMs = 300;
+  StartBoard();
+  auto client = Connect(0);
+  ASSERT_TRUE(client->SendCommand(code::kGetMeas, 5));
+  for (int set = 0; set < 4; ++set) {  // the answer, then three sets of the stream
+    for (uint32_t measure = code::kMeasure1; measure <= code::kMeasure4; ++measure) {
+      ASSERT_EQ(measure, Next(*client)[0]) << "set " << set;
+    }
+  }
+  ASSERT_TRUE(client->SendCommand(code::kGetMeas));
+  EXPECT_EQ(0U, client->ReceiveAll(kQuietMs).size() % (4 * kFrameSize)) << "whole sets";
+  EXPECT_FALSE(client->Receive(kQuietMs)) << "the stream went on";
+
+  // A connection that goes takes its stream along, even when a new one takes its place.
+  auto gone = Connect(1);
+  ASSERT_TRUE(gone->SendCommand(code::kGetMeas, 1));
+  ASSERT_EQ(code::kMeasure1, Next(*gone)[0]);
+  gone->Close();
+  ASSERT_TRUE(board_->WaitForState([](const BoardState& s) { return s.Clients() == 1; }, kLongMs));
+  connected_ = 1;
+  auto next = Connect(1);
+  EXPECT_FALSE(next->Receive(kQuietMs));
+}
+
+TEST_F(SimulatorTest, ATapGetsCopiesOfEveryOtherClientsTrafficUntilItEnds) {
+  StartBoard();
+  auto tap = Connect(1), other = Connect(3);
+  ASSERT_EQ((Words{code::kInternal, 0, 7, 1}),
+            Ask(*tap, {code::kInternal, 0, internal::kStartTrace, 1}));
+  EXPECT_EQ((Words{code::kBaudrate, 0, 3, 0}), Ask(*tap, {code::kGetBaud}))
+      << "its own frames are not copied";
+
+  ASSERT_TRUE(other->Send(Frame({code::kGetBaud})));
+  ASSERT_TRUE(other->Send(Frame({0x5, 0x0301, 0xAA})));
+  EXPECT_EQ((Words{code::kGetBaud, 0, 0, 0}), Next(*tap)) << "taken from the other client";
+  EXPECT_EQ((Words{code::kBaudrate, 0, 3, 0}), Next(*tap)) << "sent to it";
+  EXPECT_EQ((Words{0x5, 0x0301, 0xAA, 0}), Next(*tap)) << "taken from it, as sent";
+  EXPECT_EQ((Words{0x5, 0x0101, 0xAA, 0}), Next(*tap)) << "and delivered to the tap's channel";
+
+  EXPECT_EQ((Words{code::kInternal, 0, 7, 0}),
+            Ask(*tap, {code::kInternal, 0, internal::kStartTrace, 0}));
+  ASSERT_EQ(code::kBaudrate, Ask(*other, {code::kGetBaud})[0]);
+  EXPECT_FALSE(tap->Receive(300)) << "copies after the end";
+}
+
 }  // namespace
 }  // namespace kel::sim
