@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <regex>
 
 #include "device/command_codes.h"
@@ -16,6 +17,13 @@ using testing::LineRun;
 
 class StatusCommandsTest : public testing::BoardTest {
  protected:
+  // Waits until the board has handled what a line before sent on a connection of its own:
+  // a later line's connection may otherwise overtake it.
+  void WaitForChannel0(const std::function<bool(const sim::ChannelState&)>& done) {
+    ASSERT_TRUE(
+        board_->WaitForState([&](const sim::BoardState& s) { return done(s.channels[0]); }, 20000));
+  }
+
   void StartBoardWith(sim::Config config) {
     config.base_port = 0;
     config.record_frames = true;
@@ -42,6 +50,7 @@ TEST_F(StatusCommandsTest, VersionsOfTheProgramFirmwareAndService) {
 
 TEST_F(StatusCommandsTest, CountersMoveByWhatWasSentAndResetClearsThem) {
   ASSERT_GE(Run("send 0x123:1122*10").result, 0);
+  WaitForChannel0([](const sim::ChannelState& c) { return c.frames_transmitted == 10; });
   EXPECT_EQ("CAN0 message counters : rx 0, tx 10\nCAN0 error counters   : tx 0, rx 0\n",
             Run("nfcr;necnt").text);
   EXPECT_EQ("CAN2 message counters : rx 10, tx 0\n", Run("nfcr", 2).text);
@@ -59,6 +68,7 @@ TEST_F(StatusCommandsTest, PortStatusFollowsTheTransmitErrors) {
   faults.drop_every = 1;  // every frame lost: a transmit error each
   board_->SetFaults(faults);
   ASSERT_GE(Run("send 0x123:11*300").result, 0);
+  WaitForChannel0([](const sim::ChannelState& c) { return c.transmit_errors == 300; });
   EXPECT_EQ(
       "CAN0 error counters   : tx 300, rx 0\n"
       "CAN0 port status      : 0x00000007 (error warning, error passive, bus off), baudrate "
