@@ -93,6 +93,7 @@ void Board::PowerOnReset(uint64_t now_ms) {
   state_.events = 0;
   state_.trace_started = false;
   state_.frames_from_clients = state_.frames_to_clients = state_.frames_filtered = 0;
+  state_.frames_lost = state_.slow_clients_closed = 0;
   for (ChannelState& c : state_.channels) {
     const uint32_t clients = c.clients;
     c = ChannelState();
