@@ -27,8 +27,6 @@ constexpr const char* kOutputsTitle = "Monitoring outputs every %u ms%s (key to 
 constexpr const char* kOutputsRow = "%10u Output bits (0x%04X):%s\n";
 constexpr const char* kOutputsResult = "%u changes in %u ms\r\n";
 
-bool NoTick(uint32_t /*elapsed_ms*/) { return true; }
-
 void DrainQuiet(DeviceLink& link) {
   FrameBytes frame{};
   const uint64_t start = NowMs();

@@ -1,6 +1,8 @@
 // The CAN views of `mon`: every frame as a row (can), or one line per identifier (ids).
 
+#include <cstdio>
 #include <string>
+#include <vector>
 
 #include "config/settings.h"
 #include "core/console.h"
@@ -32,8 +34,6 @@ void PrintTitle(const char* mode, const MonitorArgs& args) {
   ConsolePrintf(kTitle, CurrentSettings().device_channel, mode, filter,
                 ForDurationText(args.duration_ms).c_str());
 }
-
-bool NoTick(uint32_t /*elapsed_ms*/) { return true; }
 
 // The frames a CAN view shows and counts: command frames only without a filter, CAN frames
 // when they pass it.

@@ -57,7 +57,8 @@ LiveEnd RunLive(DeviceLink& link, ConsoleRows& rows, const LiveTiming& timing, O
     if (timing.duration_ms && now - start >= *timing.duration_ms) return LiveEnd::kDuration;
     if (timing.tick_ms != 0 && now >= next_tick) {
       if (!on_tick(static_cast<uint32_t>(now - start))) return LiveEnd::kFailed;
-      next_tick = std::max(next_tick + timing.tick_ms, now);
+      next_tick += timing.tick_ms;
+      if (next_tick <= now) next_tick = now + timing.tick_ms;  // late: no catching up
       rows.Flush();
       now = NowMs();
     }

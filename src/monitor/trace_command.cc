@@ -93,8 +93,7 @@ ResultCode HandleTrace(const CommandEntry& entry, std::string_view& rest, Output
   TraceLines lines(pattern, rows);
   LiveEnd end = RunLive(
       link, rows, LiveTiming{args->duration_ms, 0},
-      [&lines](const uint8_t* frame, uint32_t) { lines.Take(frame); },
-      [](uint32_t) { return true; });
+      [&lines](const uint8_t* frame, uint32_t) { lines.Take(frame); }, NoTick);
   if (end != LiveEnd::kClosed && !StopTrace(link, lines)) end = LiveEnd::kClosed;
   rows.Flush();
   const size_t before = out.Length();

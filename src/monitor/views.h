@@ -27,6 +27,9 @@ uint32_t ElapsedSince(uint64_t start_ms);
 /// fails it with -13, a failed exchange with -101.
 ResultCode FinishView(const CommandEntry& entry, LiveEnd end, size_t start, Output& out);
 
+/// The tick of a view that has nothing to do between frames.
+inline bool NoTick(uint32_t /*elapsed_ms*/) { return true; }
+
 /// The short name of output pin 1-14 in the rows of `mon out`.
 std::string_view OutputPinName(int pin);
 
