@@ -1,4 +1,4 @@
-// The baseline and the helpers of bench/monitor_bench.sh.
+// The baseline of bench/monitor_bench.sh and the flood it reads.
 //
 //   monitor_raw_bench blast PORT N   N CAN frames (256 identifiers, DLC 8), many per send():
 //                                    the flood the monitors watch
