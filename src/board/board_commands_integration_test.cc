@@ -17,8 +17,9 @@ using testing::LineRun;
 
 class BoardCommandsTest : public testing::BoardTest {};
 
-TEST_F(BoardCommandsTest, PinCommandsSendTheMaskReadThePinsBackAndRefuseListsThatNameNothing) {
-  for (const char* line : {"set", "clear nothing", "toggle ,;", "yank bogus", "out nothing"}) {
+TEST_F(BoardCommandsTest, PinCommandsSendTheMaskAndReadThePinsBack) {
+  // No word at all is refused; so are yank and out with a list that names no pin.
+  for (const char* line : {"set", "clr \"\"", "yank bogus", "out nothing"}) {
     const LineRun run = Run(line);
     EXPECT_EQ(kErrBadIo, run.result) << line;
     EXPECT_EQ(0U, run.text.find("ERROR -103: Bad or missing io argument (try 'P0.13'/'b1'/"))
@@ -39,6 +40,11 @@ TEST_F(BoardCommandsTest, PinCommandsSendTheMaskReadThePinsBackAndRefuseListsTha
        "Output bits (0x2402):\nD9 12V power = on\nModem reset = on\n",
        {Command(code::kClrOut, 0x01000000), Command(code::kOutputs),
         Command(code::kToggleOut, 0x20020000), Command(code::kOutputs)}},
+      // A list that names no pin adds nothing to the mask: the frame changes nothing.
+      {"clear nothing;toggle ,",
+       "Output bits (0x2402):\nOutput bits (0x2402):\n",
+       {Command(code::kClrOut, 0), Command(code::kOutputs), Command(code::kToggleOut, 0),
+        Command(code::kOutputs)}},
       {"yank 23V,CAN1 20ms",
        "Output bits (0x2402):\nCAN1 23V power = off\n23V power = on\n",
        {Command(code::kToggleOut, 0x05000000), Command(code::kToggleOut, 0x05000000),

@@ -22,8 +22,13 @@ std::string TakePinWord(std::string_view& rest) {
   return word;
 }
 
-// Reads the output states and prints the pins of `mask` (every pin when `mask` is 0).
-ResultCode PrintOutputs(const CommandEntry& entry, uint16_t mask, Output& out) {
+// Which pins a printout of the output states lists.
+enum class Listed { kMask, kAllWhenNone };
+
+// Reads the output states and prints the pins of `mask`; with kAllWhenNone, every pin
+// when `mask` is 0.
+ResultCode PrintOutputs(const CommandEntry& entry, uint16_t mask, Output& out,
+                        Listed listed = Listed::kMask) {
   FrameBytes answer{};
   if (!Device().Transact(answer.data(), 0, code::kOutputs, code::kOutputs, 0, 0, 0)) {
     return FormatResult(&entry, kErrMsgIo, out);
@@ -32,7 +37,8 @@ ResultCode PrintOutputs(const CommandEntry& entry, uint16_t mask, Output& out) {
   const size_t start = out.Length();
   out.Printf("Output bits (0x%04X):\n", state);
   for (int pin = 1; pin <= kPinCount; ++pin) {
-    if (mask != 0 && (mask & (1U << pin)) == 0) continue;
+    const bool all = mask == 0 && listed == Listed::kAllWhenNone;
+    if (!all && (mask & (1U << pin)) == 0) continue;
     const std::string name(PinName(pin, false, false));
     out.Printf("%s = %s\n", name.c_str(), (state & (1U << pin)) != 0 ? "on" : "off");
   }
@@ -42,10 +48,10 @@ ResultCode PrintOutputs(const CommandEntry& entry, uint16_t mask, Output& out) {
 ResultCode ChangeOutputs(const CommandEntry& entry, std::string_view& rest, Output& out,
                          uint32_t command) {
   const std::string word = TakePinWord(rest);
-  const uint16_t mask = word.empty() ? 0 : ParsePinList(word);
-  // A list that names no pin is refused with the list of names, rather than sent as a
-  // frame that changes nothing.
-  if (mask == 0) return FormatResult(&entry, kErrBadIo, out);
+  if (word.empty()) return FormatResult(&entry, kErrBadIo, out);
+  // An item that matches no pin adds nothing to the mask: a list that names no pin still
+  // goes out, as a frame that changes nothing, and the states are read back.
+  const uint16_t mask = ParsePinList(word);
   if (!Device().SendCommand(command, uint32_t{mask} << 16, 0, 0)) {
     return FormatResult(&entry, kErrMsgIo, out);
   }
@@ -86,7 +92,7 @@ ResultCode HandleOutputs(const CommandEntry& entry, std::string_view& rest, Outp
   const std::string word = TakePinWord(rest);
   const uint16_t mask = word.empty() ? 0 : ParsePinList(word);
   if (!word.empty() && mask == 0) return FormatResult(&entry, kErrBadIo, out);
-  return PrintOutputs(entry, mask, out);
+  return PrintOutputs(entry, mask, out, Listed::kAllWhenNone);
 }
 
 }  // namespace kel
