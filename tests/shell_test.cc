@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
 
 #include "core/result.h"
 #include "support/programs.h"
@@ -116,6 +117,25 @@ TEST_F(ShellTest, BannerShowsTheProxyAndLoggingSettings) {
                                                "== Quit kills"))
       << run.output;
 }
+
+#ifndef _WIN32
+// A save that runs out of room (here: a file size limit of 512 bytes, less than the long
+// log path makes the document) reports "failed" and leaves the old file as it was.
+TEST_F(ShellTest, ASaveThatFailsMidwayLeavesTheOldFileWhole) {
+  const std::string old = "[SETTINGS]\r\nDevicePort = 27100\r\n";
+  testing::WriteFile(dir_.File("kelcmd.ini"), old);
+  const std::string line = "log path " + std::string(1000, 'p') + "\nconf save";
+  // The limit's signal is ignored, so that the write fails instead of ending the program.
+  const ProgramRun run = testing::RunProgram(
+      "/bin/sh",
+      {"-c", "trap '' XFSZ; ulimit -f 1; exec \"$0\" \"$1\"", testing::KelcmdPath(), line}, "",
+      dir_.Path().string());
+  EXPECT_NE(std::string::npos, run.output.find("Saving configs failed\n")) << run.output;
+  EXPECT_EQ(old, testing::ReadFile(dir_.File("kelcmd.ini")));
+  EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(dir_.Path()),
+                             std::filesystem::directory_iterator()));
+}
+#endif
 
 }  // namespace
 }  // namespace kel

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "core/parse.h"
+#include "platform/files.h"
 
 namespace kel {
 
@@ -46,18 +47,15 @@ void IniFile::Parse(std::string_view text) {
 }
 
 bool IniFile::Save(const std::string& path) const {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  if (!out) return false;
-  const std::string text = Text("\r\n");
-  out.write(text.data(), static_cast<std::streamsize>(text.size()));
-  out.close();
-  return !out.fail();
+  return platform::WriteFileReplacing(path, Text("\r\n"));
 }
 
 std::string IniFile::Text(std::string_view line_end) const {
   std::string text;
   for (const Section& section : sections_) {
-    if (!section.name.empty() || section.items.empty()) {
+    // Only the first section can go without a header: the items of a later one would
+    // read back as the items of the section before it.
+    if (!section.name.empty() || section.items.empty() || &section != &sections_.front()) {
       text += '[';
       text += section.name;
       text += ']';

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <random>
+
 #include "support/temp_dir.h"
 
 namespace kel {
@@ -52,6 +55,44 @@ TEST(IniFileTest, SavesAndLoadsFiles) {
   EXPECT_EQ("v", *back.Find("s", "K"));
   EXPECT_FALSE(back.Load(dir.File("missing.ini")));
   EXPECT_FALSE(doc.Save(dir.File("no/such/dir/a.ini")));
+  // A save replaces the whole file and leaves nothing else behind.
+  doc.Set("S", "k", "w");
+  ASSERT_TRUE(doc.Save(dir.File("a.ini")));
+  EXPECT_EQ("[S]\r\nk = w\r\n", testing::ReadFile(dir.File("a.ini")));
+  EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(dir.Path()),
+                             std::filesystem::directory_iterator()));
+}
+
+// Written and read back, a document reads the same as it was read the first time.
+void ExpectFixedPoint(const std::string& text) {
+  IniFile first;
+  first.Parse(text);
+  IniFile second;
+  second.Parse(first.Text("\r\n"));
+  EXPECT_EQ(first.Sections(), second.Sections()) << "input: '" << text << "'";
+}
+
+TEST(IniFileTest, WritingWhatWasReadReadsTheSameAgain) {
+  for (const char* text : {
+           "[A]\nx=1\n[]\ny=2",    // a later section with an empty name
+           "[A]\nx=1\n[\ny=2",     // a header without "]" whose name is empty
+           "[A\nx=1\n[ ]  \ny=2",  // a header without "]", then an empty name in blanks
+           "y=1\n[]\nz=2\n[]",     // items before any header, then empty names again
+           "[]\n[]\nk=v",          // empty headers in a row
+           "[a]]b=c\n=\n = [x\n",  // "]" ends the name; empty keys and values
+       }) {
+    ExpectFixedPoint(text);
+  }
+  // Generated documents of the characters that mean something to the reader.
+  std::mt19937 random(16);
+  constexpr char kAlphabet[] = "[]=;# \t\r\nab\x7f";
+  std::uniform_int_distribution<size_t> pick(0, sizeof kAlphabet - 1);  // the NUL too
+  std::uniform_int_distribution<size_t> length(0, 40);
+  for (int i = 0; i < 20000 && !HasFailure(); ++i) {
+    std::string text(length(random), ' ');
+    for (char& c : text) c = kAlphabet[pick(random)];
+    ExpectFixedPoint(text);
+  }
 }
 
 TEST(IniFileTest, SurvivesHugeAndOddInput) {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kel::platform {
@@ -22,6 +23,16 @@ bool MakeDirectory(const std::string& path);
 
 /// Deletes one file. False on failure.
 bool RemoveFile(const std::string& path);
+
+/// Renames `from` to `to`, replacing a file of that name in one step: a reader finds the
+/// old file or the new one, never a mix. Both must lie on one file system.
+bool ReplaceFile(const std::string& from, const std::string& to);
+
+/// Makes `content` the whole of the file `path` without ever leaving half a file: it is
+/// written to a new file beside `path`, flushed to the disk, then renamed over `path`.
+/// False on any failure; the old file (if any) then stays as it was and the new one is
+/// removed.
+bool WriteFileReplacing(const std::string& path, std::string_view content);
 
 /// One directory entry a wildcard search found.
 struct FoundFile {
@@ -54,9 +65,10 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  /// Creates `path`, or truncates the file of that name, for writing. False on failure;
-  /// a file already open is closed first either way.
-  bool Create(const std::string& path);
+  /// Creates `path`, or truncates the file of that name, for writing. With `must_be_new`,
+  /// an existing file is left alone and the call fails. False on failure; a file already
+  /// open is closed first either way.
+  bool Create(const std::string& path, bool must_be_new = false);
   bool Valid() const { return handle_ != kNone; }
   /// Writes all `size` bytes. False when the system refused some of them.
   bool Write(const void* data, size_t size);
@@ -64,6 +76,8 @@ class OutputFile {
   /// File systems stamp writes with a coarse clock (a few milliseconds), so files written
   /// one after the other in quick succession would otherwise share their last-write time.
   bool StampWriteTime();
+  /// Waits until what was written is on the disk. False when the system reports a failure.
+  bool Sync();
   void Close();
 
  private:

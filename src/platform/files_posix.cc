@@ -21,6 +21,10 @@ bool MakeDirectory(const std::string& path) { return mkdir(path.c_str(), 0777) =
 
 bool RemoveFile(const std::string& path) { return unlink(path.c_str()) == 0; }
 
+bool ReplaceFile(const std::string& from, const std::string& to) {
+  return rename(from.c_str(), to.c_str()) == 0;
+}
+
 std::vector<FoundFile> FindFiles(const std::string& pattern) {
   std::vector<FoundFile> found;
   const size_t slash = pattern.rfind('/');
@@ -47,11 +51,12 @@ std::vector<FoundFile> FindFiles(const std::string& pattern) {
   return found;
 }
 
-bool OutputFile::Create(const std::string& path) {
+bool OutputFile::Create(const std::string& path, bool must_be_new) {
   Close();
   int fd = -1;
+  const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (must_be_new ? O_EXCL : O_TRUNC);
   do {
-    fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    fd = open(path.c_str(), flags, 0666);
   } while (fd < 0 && errno == EINTR);
   if (fd < 0) return false;
   handle_ = fd;
@@ -79,6 +84,15 @@ bool OutputFile::StampWriteTime() {
   times[0].tv_nsec = UTIME_OMIT;  // access time unchanged
   clock_gettime(CLOCK_REALTIME, &times[1]);
   return futimens(static_cast<int>(handle_), times) == 0;
+}
+
+bool OutputFile::Sync() {
+  if (handle_ == kNone) return false;
+  int rc = 0;
+  do {
+    rc = fsync(static_cast<int>(handle_));
+  } while (rc != 0 && errno == EINTR);
+  return rc == 0;
 }
 
 void OutputFile::Close() {

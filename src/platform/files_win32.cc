@@ -45,11 +45,17 @@ std::vector<FoundFile> FindFiles(const std::string& pattern) {
   return found;
 }
 
-bool OutputFile::Create(const std::string& path) {
+bool ReplaceFile(const std::string& from, const std::string& to) {
+  return MoveFileExA(from.c_str(), to.c_str(),
+                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+}
+
+bool OutputFile::Create(const std::string& path, bool must_be_new) {
   Close();
   // No security attributes: the handle is not inherited by child processes.
-  HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE,
-                            nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  HANDLE file =
+      CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                  must_be_new ? CREATE_NEW : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return false;
   handle_ = reinterpret_cast<intptr_t>(file);
   return true;
@@ -74,6 +80,8 @@ bool OutputFile::StampWriteTime() {
   GetSystemTimePreciseAsFileTime(&now);
   return SetFileTime(Handle(handle_), nullptr, nullptr, &now) != 0;
 }
+
+bool OutputFile::Sync() { return handle_ != kNone && FlushFileBuffers(Handle(handle_)) != 0; }
 
 void OutputFile::Close() {
   if (handle_ != kNone) CloseHandle(Handle(handle_));
