@@ -1,5 +1,6 @@
-// CAN traffic between two kelcmd processes through one kelsim process: a counter stream
-// from channel 0 checked on channel 2, a lost frame, and an echo that never comes.
+// CAN traffic between kelcmd processes through one kelsim process: a counter stream from
+// channel 0 checked on channel 2, a lost frame, an echo that never comes, and two senders
+// at once.
 
 #include <gtest/gtest.h>
 
@@ -8,8 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/clock.h"
 #include "core/result.h"
+#include "device/command_codes.h"
+#include "platform/clock.h"
+#include "sim/frame_client.h"
 #include "support/kelsim_process.h"
 #include "support/programs.h"
 #include "support/temp_dir.h"
@@ -84,6 +87,34 @@ TEST_F(CanTrafficEndToEndTest, AnEchoThatNeverComesFailsAfterFifteenSeconds) {
   EXPECT_GE(platform::MonotonicMs() - start, 15000U) << "the wait lasts its whole limit";
   EXPECT_EQ(testing::StatusOf(kErrSendAck), sender.status);
   EXPECT_EQ("1/3 sent ERROR -12: SendAck failed\r\n", sender.output);
+}
+
+// Two senders on the two channels of one bus at once, neither reading the other's stream:
+// every frame each reports sent has reached the board when its process ends.
+TEST_F(CanTrafficEndToEndTest, TwoSendersOnOneBusLoseNothing) {
+  board_ = std::make_unique<testing::KelsimProcess>();
+  ASSERT_NE(0, board_->BasePort());
+  constexpr uint32_t kCount = 30000;
+  const std::string count = std::to_string(kCount);
+  testing::RunningProgram first(testing::KelcmdPath(), On(0, "send 0x123:count*" + count), "",
+                                dir_.Path().string());
+  testing::RunningProgram second(testing::KelcmdPath(), On(2, "send 0x124:count*" + count), "",
+                                 dir_.Path().string());
+  for (testing::RunningProgram* sender : {&first, &second}) {
+    const ProgramRun run = sender->Finish();
+    EXPECT_EQ(0, run.status);
+    EXPECT_EQ(count + " messages sent\r\n", AfterProgress(run.output, "Send"));
+  }
+  // Each channel's counters: frames received from the other channel, frames transmitted.
+  for (const int channel : {0, 2}) {
+    sim::FrameClient client;
+    ASSERT_TRUE(client.Connect(board_->Address(channel)));
+    ASSERT_TRUE(client.SendCommand(code::kNfcr));
+    const std::optional<FrameBytes> counters = client.ReceiveAnswer(code::kNfcr, 10000);
+    ASSERT_TRUE(counters.has_value());
+    EXPECT_EQ(kCount, FrameWord(counters->data(), 1)) << "received on channel " << channel;
+    EXPECT_EQ(kCount, FrameWord(counters->data(), 2)) << "transmitted on channel " << channel;
+  }
 }
 
 }  // namespace

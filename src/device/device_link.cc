@@ -7,6 +7,7 @@
 #include "core/console.h"
 #include "core/parse.h"
 #include "device/frame_text.h"
+#include "platform/socket_options.h"
 
 namespace kel {
 namespace {
@@ -42,7 +43,7 @@ bool DeviceLink::Connect(const std::string& address, int tcp_port) {
 }
 
 void DeviceLink::Disconnect() {
-  socket_.Close();
+  platform::CloseGracefully(socket_);
   broken_ = false;
   buffer_start_ = buffer_end_ = 0;
 }
@@ -59,12 +60,54 @@ bool DeviceLink::SendFrame(const uint8_t* frame) {
     const platform::IoResult r = platform::Send(socket_, frame + sent, kFrameSize - sent);
     if (r.status == platform::IoStatus::kOk) {
       sent += r.bytes;
-    } else if (r.status != platform::IoStatus::kWouldBlock ||
-               !platform::WaitWritable(socket_, kSendRoomMs)) {
+    } else if (r.status != platform::IoStatus::kWouldBlock || !WaitForRoom()) {
       return false;
     }
   }
   return true;
+}
+
+bool DeviceLink::WaitForRoom() {
+  const uint64_t start = NowMs();
+  while (true) {
+    const uint64_t waited = NowMs() - start;
+    if (waited >= kSendRoomMs) return false;
+    const int limit = static_cast<int>(kSendRoomMs - waited);
+    switch (platform::WaitWritableOrReadable(socket_, limit)) {
+      case platform::SendWaitStatus::kWritable: return true;
+      case platform::SendWaitStatus::kReadable:
+        TakeWaitingInput();
+        if (broken_) return false;
+        break;
+      case platform::SendWaitStatus::kTimeout: break;
+      case platform::SendWaitStatus::kError: return false;
+    }
+  }
+}
+
+void DeviceLink::TakeWaitingInput() {
+  if (buffer_.size() < kReceiveChunk) buffer_.resize(kReceiveChunk);
+  Compact();
+  if (buffer_end_ == buffer_.size()) {
+    // Full of frames nobody asked for: the oldest whole ones go, a partial one stays.
+    const size_t whole = buffer_end_ - buffer_end_ % kFrameSize;
+    buffer_start_ = whole;
+    Compact();
+  }
+  const platform::IoResult r =
+      platform::Receive(socket_, buffer_.data() + buffer_end_, buffer_.size() - buffer_end_);
+  if (r.status == platform::IoStatus::kOk) {
+    buffer_end_ += r.bytes;
+  } else if (r.status != platform::IoStatus::kWouldBlock) {
+    MarkBroken();
+  }
+}
+
+void DeviceLink::Compact() {
+  if (buffer_start_ == 0) return;
+  std::memmove(buffer_.data(), buffer_.data() + buffer_start_, buffer_end_ - buffer_start_);
+  buffer_end_ -= buffer_start_;
+  buffer_start_ = 0;
 }
 
 bool DeviceLink::SendCommand(uint32_t command, uint32_t value1, uint32_t value2, uint32_t value3) {
@@ -91,12 +134,7 @@ bool DeviceLink::ReceiveFrameWaiting(uint8_t* frame, int timeout_ms) {
   if (!socket_.Valid() || broken_) return false;
   if (buffer_.size() < kReceiveChunk) buffer_.resize(kReceiveChunk);
   while (buffer_end_ - buffer_start_ < kFrameSize) {
-    if (buffer_start_ > 0) {
-      // Keep the partial frame at the front so the next read can complete it.
-      std::memmove(buffer_.data(), buffer_.data() + buffer_start_, buffer_end_ - buffer_start_);
-      buffer_end_ -= buffer_start_;
-      buffer_start_ = 0;
-    }
+    Compact();  // the partial frame goes to the front so the next read can complete it
     const platform::IoResult r =
         platform::Receive(socket_, buffer_.data() + buffer_end_, buffer_.size() - buffer_end_);
     if (r.status == platform::IoStatus::kOk) {

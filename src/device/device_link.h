@@ -17,6 +17,12 @@ namespace kel {
 /// Once the board closes the connection or the socket fails, the link is broken: every
 /// receive fails at once from then on, so no wait built on receives runs into its time
 /// limit for nothing.
+///
+/// A send that finds no room reads meanwhile: a board (or a virtual one) that stops
+/// reading until its clients read would otherwise wait on the sender forever. Frames
+/// read then are kept up to the size of the receive buffer; older ones are dropped, as
+/// nobody asked for them. Disconnect closes gracefully, so that every frame sent reaches
+/// the board before the connection ends.
 class DeviceLink {
  public:
   DeviceLink();
@@ -24,6 +30,8 @@ class DeviceLink {
   /// Opens the connection to `address` at `tcp_port`; an open connection is reused
   /// without a check. Blocking connect, then non-blocking. False on failure.
   bool Connect(const std::string& address, int tcp_port);
+  /// Ends the sending direction, reads until the board closes (platform::CloseGracefully)
+  /// and closes.
   void Disconnect();
   bool Connected() const { return socket_.Valid(); }
   /// True once the board closed the connection or the socket failed.
@@ -63,6 +71,13 @@ class DeviceLink {
 
  private:
   bool SendFrame(const uint8_t* frame);
+  // Waits for room to send, reading what arrives meanwhile; false at the send limit or
+  // when the link breaks.
+  bool WaitForRoom();
+  // Receives what is there into the buffer, making room by dropping old whole frames.
+  void TakeWaitingInput();
+  // Moves the unread bytes to the front of the buffer.
+  void Compact();
   bool ReceiveFrameWaiting(uint8_t* frame, int timeout_ms);
   void MarkBroken();
 

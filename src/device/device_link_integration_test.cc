@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <vector>
+
 #include "device/command_codes.h"
 #include "device/device_link.h"
 #include "platform/clock.h"
@@ -104,6 +107,37 @@ TEST(DeviceLinkTest, TransactDropsUnrelatedFramesAndComparesAllBits) {
   ASSERT_TRUE(link.Transact(answer.data(), 0, code::kGetBaud, code::kBaudrate, 0, 0, 0));
   EXPECT_EQ(Answer(code::kBaudrate, 2), answer);
   link.Disconnect();
+}
+
+// A board that reads nothing while its own output waits to be read, as a board under load
+// does: a sender that only waited for room to send would wait on it for ever (here: until
+// its 5 s limit). The sender reads what arrives meanwhile, and every frame goes out.
+TEST(DeviceLinkTest, ASendThatFindsNoRoomReadsMeanwhile) {
+  constexpr size_t kFrames = 400000;        // 6.4 MB: more than the buffers hold too
+  constexpr size_t kBoardOutput = 8 << 20;  // far more than the sockets' buffers hold
+  std::atomic<size_t> taken{0};             // bytes
+  {
+    FakeBoard board([&taken](platform::Socket& client) {
+      const std::vector<uint8_t> block(64 * 1024);  // CAN frames of identifier 0
+      for (size_t written = 0; written < kBoardOutput; written += block.size()) {
+        FakeBoard::Write(client, block.data(), block.size());
+      }
+      std::vector<uint8_t> input(64 * 1024);
+      while (platform::WaitReadable(client, 10000) == platform::WaitStatus::kReadable) {
+        const platform::IoResult r = platform::Receive(client, input.data(), input.size());
+        if (r.status != platform::IoStatus::kOk) break;  // the sender's end
+        taken += r.bytes;
+      }
+    });
+    DeviceLink link;
+    ASSERT_TRUE(link.Connect("127.0.0.1", board.Port()));
+    const FrameBytes frame{1, 0, 0, 0, 1, 0, 0, 0, 0x42};
+    size_t sent = 0;
+    while (sent < kFrames && link.SendCanData(frame.data(), frame.size())) ++sent;
+    EXPECT_EQ(kFrames, sent);
+    link.Disconnect();
+  }
+  EXPECT_EQ(kFrames * kFrameSize, taken.load()) << "every frame sent reached the board";
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "config/settings.h"
 #include "core/parse.h"
 #include "device/frame.h"
+#include "platform/socket_options.h"
 #include "platform/thread.h"
 
 namespace kel {
@@ -28,6 +29,9 @@ constexpr int kFlushDelayMs = 10;
 constexpr size_t kReadSize = 64 * 1024;
 constexpr size_t kNoteSize = 8192;  // the note text, zero included
 constexpr size_t kProcessNameSize = 255;
+// While the readers wait for the board's end at a stop, the time limit is looked at this
+// often.
+constexpr int kCloseSliceMs = 20;
 
 }  // namespace
 
@@ -118,6 +122,15 @@ void LoggingService::Stop() {
   running_ = false;
   usb_monitor_.Stop();
   debug_monitor_.Stop();
+  // The board sends what it still owes each reader, then closes: the readers log up to
+  // that end (or until the closing wait is over), and nothing is reset on its way.
+  for (const std::shared_ptr<Reader>& reader : readers_) platform::ShutdownSend(reader->socket);
+  const uint64_t start = platform::MonotonicMs();
+  for (const std::shared_ptr<Reader>& reader : readers_) {
+    while (!reader->thread.WaitFor(kCloseSliceMs) &&
+           !platform::CloseWaitOver(reader->socket, platform::MonotonicMs() - start)) {
+    }
+  }
   for (const std::shared_ptr<Reader>& reader : readers_) {
     reader->stop = true;
     reader->socket.Shutdown();

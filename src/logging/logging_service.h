@@ -67,7 +67,10 @@ class LoggingService {
   /// The run is active even when no port answers, no file could be opened or a monitor
   /// could not start (then it is not shown running).
   void Start(const LoggingConfig& config);
-  /// Ends the run: wakes every reader by shutting its socket down, waits up to
+  /// Ends the run: ends the sending direction of every connection, so that the board
+  /// sends what it still owes and closes, and lets the readers log up to that end (within
+  /// the closing wait of platform::CloseGracefully); then wakes every reader still running
+  /// by shutting its socket down, waits up to
   /// platform::kThreadJoinLimitMs for each (one that still runs is left to end by itself,
   /// with a note in the log), then closes the file with its footer. Harmless when stopped.
   /// The USB-notify and debug-output monitors stop before all that.

@@ -102,4 +102,15 @@ WaitStatus WaitReadable(const Socket& socket, int timeout_ms);
 /// Waits with select until the socket can take more data, up to `timeout_ms`.
 bool WaitWritable(const Socket& socket, int timeout_ms);
 
+enum class SendWaitStatus {
+  kWritable,  ///< the socket takes more data
+  kReadable,  ///< it does not yet, but data (or the peer's end) waits to be read
+  kTimeout,
+  kError,
+};
+
+/// Waits up to `timeout_ms` until the socket can take more data or has data to read: what
+/// a sender waits for when its peer may stop reading until it reads in turn.
+SendWaitStatus WaitWritableOrReadable(const Socket& socket, int timeout_ms);
+
 }  // namespace kel::platform

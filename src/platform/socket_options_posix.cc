@@ -1,5 +1,7 @@
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include "platform/socket_options.h"
@@ -21,6 +23,14 @@ void AbortConnection(Socket& socket) {
   const linger now{1, 0};
   setsockopt(static_cast<int>(socket.Handle()), SOL_SOCKET, SO_LINGER, &now, sizeof now);
   socket.Close();
+}
+
+std::optional<size_t> UnsentBytes(const Socket& socket) {
+  int bytes = 0;
+  if (ioctl(static_cast<int>(socket.Handle()), SIOCOUTQ, &bytes) != 0 || bytes < 0) {
+    return std::nullopt;
+  }
+  return static_cast<size_t>(bytes);
 }
 
 }  // namespace kel::platform

@@ -22,4 +22,8 @@ void AbortConnection(Socket& socket) {
   socket.Close();
 }
 
+// Windows tells the bytes in flight only through a newer query that older systems and Wine
+// lack; closing ends then wait kCloseWaitMs.
+std::optional<size_t> UnsentBytes(const Socket&) { return std::nullopt; }
+
 }  // namespace kel::platform

@@ -134,4 +134,14 @@ bool WaitWritable(const Socket& socket, int timeout_ms) {
   return poll(&p, 1, timeout_ms) > 0 && (p.revents & POLLOUT) != 0;
 }
 
+SendWaitStatus WaitWritableOrReadable(const Socket& socket, int timeout_ms) {
+  pollfd p{Fd(socket), POLLIN | POLLOUT, 0};
+  const int rc = poll(&p, 1, timeout_ms);
+  if (rc < 0) return errno == EINTR ? SendWaitStatus::kTimeout : SendWaitStatus::kError;
+  if (rc == 0) return SendWaitStatus::kTimeout;
+  if ((p.revents & POLLOUT) != 0) return SendWaitStatus::kWritable;
+  if ((p.revents & (POLLIN | POLLHUP)) != 0) return SendWaitStatus::kReadable;
+  return SendWaitStatus::kError;
+}
+
 }  // namespace kel::platform

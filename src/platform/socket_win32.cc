@@ -160,4 +160,19 @@ bool WaitWritable(const Socket& socket, int timeout_ms) {
   return select(0, nullptr, &write_set, nullptr, &limit) > 0;
 }
 
+SendWaitStatus WaitWritableOrReadable(const Socket& socket, int timeout_ms) {
+  fd_set read_set;
+  fd_set write_set;
+  FD_ZERO(&read_set);
+  FD_ZERO(&write_set);
+  FD_SET(S(socket), &read_set);
+  FD_SET(S(socket), &write_set);
+  timeval limit{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
+  const int rc = select(0, &read_set, &write_set, nullptr, &limit);
+  if (rc == SOCKET_ERROR) return SendWaitStatus::kError;
+  if (rc == 0) return SendWaitStatus::kTimeout;
+  if (FD_ISSET(S(socket), &write_set)) return SendWaitStatus::kWritable;
+  return SendWaitStatus::kReadable;
+}
+
 }  // namespace kel::platform

@@ -52,14 +52,16 @@ bool Thread::Finished() const {
   return done_->finished;
 }
 
+bool Thread::WaitFor(int timeout_ms) const {
+  if (!thread_.joinable()) return true;
+  std::unique_lock lock(done_->mutex);
+  return done_->changed.wait_for(lock, std::chrono::milliseconds(timeout_ms),
+                                 [this] { return done_->finished; });
+}
+
 bool Thread::JoinFor(int timeout_ms) {
   if (!thread_.joinable()) return true;
-  bool finished = false;
-  {
-    std::unique_lock lock(done_->mutex);
-    finished = done_->changed.wait_for(lock, std::chrono::milliseconds(timeout_ms),
-                                       [this] { return done_->finished; });
-  }
+  const bool finished = WaitFor(timeout_ms);
   if (finished) {
     thread_.join();
   } else {

@@ -37,6 +37,10 @@ class Thread {
   /// True once the body has returned (or when no thread is owned).
   bool Finished() const;
 
+  /// Waits up to `timeout_ms` for the body to return: true when it has (or when no thread
+  /// is owned). The thread stays owned either way.
+  bool WaitFor(int timeout_ms) const;
+
   /// Waits up to `timeout_ms` for the body to return, then joins the thread: true. At the
   /// limit the thread is detached instead and false is returned. True when none is owned.
   bool JoinFor(int timeout_ms);

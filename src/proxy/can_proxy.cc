@@ -7,7 +7,9 @@
 
 #include "config/settings.h"
 #include "core/parse.h"
+#include "platform/clock.h"
 #include "platform/socket.h"
+#include "platform/socket_options.h"
 #include "platform/thread.h"
 
 namespace kel {
@@ -28,6 +30,9 @@ constexpr const char* kLeftRunningText = "Thread still running after %d ms - det
 constexpr uint32_t kOverlapAddress = 0x7F000001U;
 constexpr size_t kRelayBlock = 8192;
 constexpr int64_t kPortLimit = 0x10000;
+// While a closing device connection waits for the device's end, the time limit is looked
+// at this often.
+constexpr int kCloseSliceMs = 20;
 
 // True when connections to `ip` stay on this host: it can be bound to.
 bool IsLocalAddress(uint32_t ip) { return platform::ListenTcp({ip, 0}, 1).Valid(); }
@@ -151,6 +156,15 @@ void CanProxy::Core::CloseUpstream(TcpClient& client) {
   const auto upstream = std::static_pointer_cast<Upstream>(client.state);
   client.state.reset();
   if (!upstream) return;
+  // The client sends no more: the device reads everything relayed to it, then the end, and
+  // what it still sends goes on to the client until it closes (the relay then ends) or
+  // the closing wait is over. Shutting both directions at once would reset the device's
+  // connection and lose the frames still on their way to it.
+  platform::ShutdownSend(upstream->socket);
+  const uint64_t start = platform::MonotonicMs();
+  while (!upstream->relay.WaitFor(kCloseSliceMs) &&
+         !platform::CloseWaitOver(upstream->socket, platform::MonotonicMs() - start)) {
+  }
   Unregister(upstream);
   if (!upstream->relay.JoinFor(platform::kThreadJoinLimitMs)) {
     Report(sink, MessageLevel::kError, kLeftRunningText, platform::kThreadJoinLimitMs);

@@ -143,8 +143,11 @@ void TcpServer::Core::ServeClient(const DataCallback& on_data,
     if (on_data) on_data(*client, block, r.bytes);
   }
   Report(sink, MessageLevel::kTrace, kClientDisconnectedText);
-  client->Shutdown();
+  // The disconnect callback comes before the shutdown, so that what is still on its way to
+  // the client can reach it (the proxy relays the device's rest); then the client reads
+  // the end.
   if (on_disconnect) on_disconnect(*client);
+  client->Shutdown();
 }
 
 TcpServer::TcpServer(MessageSink& sink) : core_(std::make_shared<Core>(sink)) {}

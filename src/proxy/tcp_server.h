@@ -63,7 +63,9 @@ class TcpServer {
   using ConnectCallback = std::function<int(const std::shared_ptr<TcpClient>& client)>;
   /// Called on the client's thread with each block received (at most 8192 bytes).
   using DataCallback = std::function<int(TcpClient& client, const uint8_t* data, size_t size)>;
-  /// Called on the client's thread once the client has gone.
+  /// Called on the client's thread once the client has ended its sending direction or
+  /// gone, before the server shuts the client's socket down: it may still send to the
+  /// client.
   using DisconnectCallback = std::function<void(TcpClient& client)>;
 
   /// `sink` must outlive the server.
