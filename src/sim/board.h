@@ -111,6 +111,7 @@ class Board {
   void CountFromClients(uint64_t frames) { state_.frames_from_clients += frames; }
   void CountToClients(uint64_t frames) { state_.frames_to_clients += frames; }
   void CountLost(uint64_t frames) { state_.frames_lost += frames; }
+  void CountClosedNotReading() { ++state_.slow_clients_closed; }
 
   /// Fault: SET_BAUD is taken without effect.
   void SetBaudIgnored(bool ignored) { baud_ignored_ = ignored; }

@@ -8,6 +8,7 @@
 
 #include "sim/board.h"
 #include "sim/buzzer.h"
+#include "sim/client_queue.h"
 #include "sim/status_words.h"
 
 namespace kel::sim {
@@ -47,6 +48,12 @@ struct Config {
   bool pace = false;
   /// The firmware version INTERNAL 2 reports (major << 24 | minor << 16 | patch).
   uint32_t firmware_version = kDefaultFirmwareVersion;
+  /// How much may wait for each connection, and how long it may take nothing.
+  QueueLimits queue;
+  /// Gets a line for each connection that stops reading, reads again or is closed for not
+  /// reading (kelsim prints them with --verbose). Called on the board's thread with the
+  /// board locked: it must not call the Simulator.
+  std::function<void(const std::string& line)> notes;
   Faults faults;
   /// Called with every tone the buzzer is given (BUZZER frames, and the silence of a
   /// power-on reset while it sounds), on the board's thread

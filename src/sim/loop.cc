@@ -18,10 +18,6 @@ namespace {
 using platform::IoStatus;
 using platform::Socket;
 
-// Lossless back-pressure: when a connection has this much waiting to go out, the board stops
-// reading from every connection of its bus until it is down to kRelievedBytes.
-constexpr size_t kCongestedBytes = 1024 * 1024;
-constexpr size_t kRelievedBytes = 256 * 1024;
 // With pacing, a bus may run this far ahead of real time, so that timer granularity does
 // not slow it below its bit rate.
 constexpr uint64_t kPaceWindowNs = 2'000'000;
@@ -46,6 +42,7 @@ void Simulator::Loop::Run() {
     now_ns_ = platform::MonotonicNs();
     for (int i = 0; i < n; ++i) Dispatch(events[static_cast<size_t>(i)]);
     FireTimers();
+    CheckQueues();
     // Flushing can close connections but never lists new ones, so the list is stable.
     for (const size_t slot : dirty_) {
       Client* c = clients_[slot].get();
@@ -81,10 +78,14 @@ int Simulator::Loop::NextTimeoutMs() const {
   }
   const uint64_t now_ns = platform::MonotonicNs();
   for (size_t bus = 0; bus < bus_waiters_.size(); ++bus) {
-    if (bus_waiters_[bus].empty()) continue;
+    if (bus_waiters_[bus].empty() || BusHeld(static_cast<int>(bus))) continue;
     const uint64_t due_ns = bus_free_ns_[bus] - std::min(bus_free_ns_[bus], kPaceWindowNs);
     const int64_t ms =
         due_ns > now_ns ? static_cast<int64_t>((due_ns - now_ns + 999'999) / 1'000'000) : 0;
+    timeout = timeout < 0 ? ms : std::min(timeout, ms);
+  }
+  if (const uint64_t due = NextQueueDeadlineMs(); due != 0) {
+    const int64_t ms = due > now_ms ? static_cast<int64_t>(due - now_ms) : 0;
     timeout = timeout < 0 ? ms : std::min(timeout, ms);
   }
   return static_cast<int>(std::min<int64_t>(timeout, 60'000));
@@ -131,6 +132,7 @@ void Simulator::Loop::AcceptAll(int channel) {
     client->slot = slot;
     client->channel = channel;
     client->bus = board_.BusOf(channel);
+    client->out.SetLimits(config_.queue);
     client->interest = ReadingEnabled(*client) ? platform::kPollRead : 0;
     if (!poller_.Add(client->socket, client->interest, slot)) {
       free_slots_.push_back(slot);
@@ -174,7 +176,8 @@ void Simulator::Loop::Process(Client& c) {
   while (c.in_size - pos >= kFrameSize && !c.dead) {
     const uint8_t* frame = c.in.data() + pos;
     const bool command = IsCommandFrame(frame);
-    if (!command && config_.pace && !TakeBus(c, frame)) {
+    // A full queue on the bus, or pacing, holds CAN frames back; commands go on.
+    if (!command && (BusHeld(c.bus) || (config_.pace && !TakeBus(c, frame)))) {
       c.waiting_for_bus = true;
       bus_waiters_[static_cast<size_t>(c.bus)].push_back(c.slot);
       break;
@@ -241,7 +244,11 @@ void Simulator::Loop::HandleCan(Client& c, const uint8_t* frame) {
   for (int r = 0; r < kChannelCount; ++r) {
     if ((t.deliver_to & (1U << r)) == 0) continue;
     for (Client* d : members_[static_cast<size_t>(r)]) {
-      uint8_t* out = d->out.Append(kFrameSize);
+      uint8_t* out = d->out.Append(kFrameSize, now_ms_);
+      if (out == nullptr) {
+        board_.CountLost(1);
+        continue;
+      }
       std::memcpy(out, frame, kFrameSize);
       // Info word bits 8-9, the channel, are the low bits of byte 5.
       out[5] = static_cast<uint8_t>((out[5] & ~0x03) | r);
@@ -259,7 +266,12 @@ void Simulator::Loop::HandleCan(Client& c, const uint8_t* frame) {
 }
 
 void Simulator::Loop::Deliver(Client& c, const uint8_t* frame) {
-  std::memcpy(c.out.Append(kFrameSize), frame, kFrameSize);
+  uint8_t* out = c.out.Append(kFrameSize, now_ms_);
+  if (out == nullptr) {
+    board_.CountLost(1);
+    return;
+  }
+  std::memcpy(out, frame, kFrameSize);
   board_.CountToClients(1);
   MarkDirty(c);
   if (!taps_.Empty()) Tap(c, frame);
@@ -282,7 +294,7 @@ void Simulator::Loop::Flush(Client& c) {
       Close(c);
       return;
     }
-    c.out.Consume(r.bytes);
+    c.out.Consume(r.bytes, now_ms_);
     c.bytes_sent += r.bytes;
   }
   if (c.bytes_sent >= limit) {
@@ -294,27 +306,8 @@ void Simulator::Loop::Flush(Client& c) {
   FinishIfDone(c);
 }
 
-void Simulator::Loop::UpdateCongestion(Client& c) {
-  int& count = bus_congested_[static_cast<size_t>(c.bus)];
-  const size_t pending = c.out.Size();
-  if (!c.congested && pending > kCongestedBytes) {
-    c.congested = true;
-    if (++count == 1) RefreshBus(c.bus);
-  } else if (c.congested && pending < kRelievedBytes) {
-    c.congested = false;
-    if (--count == 0) RefreshBus(c.bus);
-  }
-}
-
-void Simulator::Loop::RefreshBus(int bus) {
-  for (int ch = 0; ch < kChannelCount; ++ch) {
-    if (board_.BusOf(ch) != bus) continue;
-    for (Client* d : members_[static_cast<size_t>(ch)]) UpdateInterest(*d);
-  }
-}
-
 bool Simulator::Loop::ReadingEnabled(const Client& c) const {
-  return !c.read_closed && !c.waiting_for_bus && bus_congested_[static_cast<size_t>(c.bus)] == 0;
+  return !c.read_closed && !c.waiting_for_bus;
 }
 
 void Simulator::Loop::UpdateInterest(Client& c) {
@@ -357,7 +350,7 @@ void Simulator::Loop::Close(Client& c) {
   members.erase(std::remove(members.begin(), members.end(), &c), members.end());
   if (c.congested) {
     c.congested = false;
-    if (--bus_congested_[static_cast<size_t>(c.bus)] == 0) RefreshBus(c.bus);
+    --bus_congested_[static_cast<size_t>(c.bus)];
   }
   dead_.push_back(c.slot);
 }
@@ -370,7 +363,10 @@ void Simulator::Loop::FireTimers() {
   });
   if (!measurements_.Empty()) SendMeasurements();
   for (size_t bus = 0; bus < bus_waiters_.size(); ++bus) {
-    if (bus_waiters_[bus].empty() || bus_free_ns_[bus] > now_ns_ + kPaceWindowNs) continue;
+    if (bus_waiters_[bus].empty() || BusHeld(static_cast<int>(bus)) ||
+        bus_free_ns_[bus] > now_ns_ + kPaceWindowNs) {
+      continue;
+    }
     std::vector<size_t> waiting;
     waiting.swap(bus_waiters_[bus]);
     for (const size_t slot : waiting) {

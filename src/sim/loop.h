@@ -18,8 +18,8 @@
 #include "sim/client.h"
 #include "sim/config.h"
 #include "sim/faults.h"
-#include "sim/serial_controller.h"
 #include "sim/measurement_stream.h"
+#include "sim/serial_controller.h"
 #include "sim/simulator.h"
 #include "sim/trace_tap.h"
 
@@ -118,8 +118,14 @@ class Simulator::Loop {
   void SendMeasurements();
   void MarkDirty(Client& c);
   void Flush(Client& c);
+  // The queue rules (client_queue.cc): a full queue of a connection that reads holds its
+  // bus; one that does not read loses frames and, at last, its connection.
   void UpdateCongestion(Client& c);
-  void RefreshBus(int bus);
+  void CheckQueues();
+  uint64_t NextQueueDeadlineMs() const;
+  // Hands "kelsim: channel C connection N " and the formatted text to Config::notes.
+  void Note(const Client& c, const char* format, ...) const __attribute__((format(printf, 3, 4)));
+  bool BusHeld(int bus) const { return bus_congested_[static_cast<size_t>(bus)] > 0; }
   bool ReadingEnabled(const Client& c) const;
   void UpdateInterest(Client& c);
   void FinishIfDone(Client& c);
@@ -153,7 +159,8 @@ class Simulator::Loop {
   std::vector<std::unique_ptr<Client>> clients_;  // by slot
   std::vector<size_t> free_slots_;
   std::array<std::vector<Client*>, kChannelCount> members_;     // connections per channel
-  std::array<int, kChannelCount> bus_congested_{};              // congested connections per bus
+  std::array<int, kChannelCount> bus_congested_{};              // full queues that hold each bus
+  std::vector<std::pair<size_t, uint64_t>> watched_;            // slot, serial: full queues
   std::array<uint64_t, kChannelCount> bus_free_ns_{};           // pacing: when each bus is free
   std::array<std::vector<size_t>, kChannelCount> bus_waiters_;  // pacing: slots held per bus
   DelayedAnswers delayed_;

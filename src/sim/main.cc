@@ -46,6 +46,12 @@ int main(int argc, char** argv) {
     };
   }
 
+  if (options->verbose) {
+    config.notes = [](const std::string& line) {
+      std::printf("%s\n", line.c_str());
+      std::fflush(stdout);
+    };
+  }
   kel::sim::Simulator board(config);
   if (!board.Start()) {
     std::fprintf(stderr, "kelsim: %s\n", board.Error().c_str());

@@ -14,7 +14,8 @@ struct ProgramOptions {
   bool help = false;
   bool serial = false;      ///< serve the controller's serial line on a pseudo-terminal
   std::string serial_link;  ///< with serial: a symbolic link to the terminal made here
-  /// Print a line for every BUZZER frame the board takes.
+  /// Print a line for every BUZZER frame the board takes and the board's notes
+  /// (Config::notes).
   bool verbose = false;
   /// Write what the buzzer plays into this WAV file; empty: none.
   std::string buzzer_wav;

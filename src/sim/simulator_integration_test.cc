@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <random>
 #include <thread>
 
@@ -50,7 +51,10 @@ Config Options(std::vector<std::string> options) {
 class SimulatorTest : public ::testing::Test {
  protected:
   void StartBoard(std::vector<std::string> options = {}) {
-    board_ = std::make_unique<Simulator>(Options(std::move(options)));
+    StartBoardWith(Options(std::move(options)));
+  }
+  void StartBoardWith(const Config& config) {
+    board_ = std::make_unique<Simulator>(config);
     ASSERT_TRUE(board_->Start()) << board_->Error();
   }
 
@@ -241,6 +245,52 @@ TEST_F(SimulatorTest, BackPressureLosesNothingAndALeavingReceiverReleasesTheBus)
   send.join();
   EXPECT_EQ(kFrames, next) << "lost or out of order";
   EXPECT_TRUE(sent);
+}
+
+// One client that never reads while a sender floods its bus: the bus is held only until
+// that client counts as not reading, then the frames for it alone are lost (counted in
+// STATUS_1 and STATUS_2) and at last it is closed. Meanwhile a client on the same bus
+// goes on with its transactions.
+TEST_F(SimulatorTest, AClientThatDoesNotReadLosesItsOwnFramesAndNobodyWaitsOnIt) {
+  Config config = Options({});
+  config.queue.stall_ms = 200;
+  config.queue.close_ms = 1500;
+  std::mutex mutex;
+  std::vector<std::string> notes;
+  config.notes = [&](const std::string& line) {
+    std::lock_guard lock(mutex);
+    notes.push_back(line);
+  };
+  StartBoardWith(config);
+  auto hog = Connect(2), sender = Connect(0), asker = Connect(0);
+  constexpr uint32_t kFrames = 1'000'000;  // 16 MB: far more than the board and sockets hold
+  const std::vector<uint8_t> all = Block(kFrames, [](uint32_t i) { return Words{0x123, 8, i}; });
+  bool sent = false;
+  std::thread send([&] { sent = sender->SendBytes(all.data(), all.size()); });
+  for (uint32_t i = 0; i < 200 && !HasFailure(); ++i) {
+    EXPECT_EQ(i & 1, Ask(*asker, {code::kInternal, 0, internal::kWriteDebug, i & 1})[3]);
+  }
+  EXPECT_TRUE(board_->WaitForState(
+      [](const BoardState& s) { return s.frames_from_clients >= kFrames; }, kLongMs))
+      << "the sender was held for good";
+  if (!sent) sender->socket().Shutdown();  // ends a send stuck behind back-pressure
+  send.join();
+  EXPECT_TRUE(sent);
+  ASSERT_TRUE(board_->WaitForState([](const BoardState& s) { return s.slow_clients_closed == 1; },
+                                   kLongMs));
+  const BoardState state = board_->State();
+  EXPECT_GT(state.frames_lost, 0U);
+  EXPECT_EQ(3U - 1, state.Clients());
+  const Words status1 = Ask(*asker, {code::kStatus1});
+  EXPECT_EQ(state.frames_lost, status1[3]) << "lost frames are dropped frames";
+  EXPECT_EQ((Words{code::kStatus2, static_cast<uint32_t>(state.frames_lost), 1, 0}),
+            Ask(*asker, {code::kStatus2}));
+  hog->ReceiveAll(kLongMs);
+  EXPECT_TRUE(hog->PeerClosed());
+  std::lock_guard lock(mutex);
+  ASSERT_EQ(2U, notes.size());
+  EXPECT_EQ(0U, notes[0].find("kelsim: channel 2 connection 1 took nothing for ")) << notes[0];
+  EXPECT_EQ(0U, notes[1].find("kelsim: channel 2 connection 1 closed after ")) << notes[1];
 }
 
 TEST_F(SimulatorTest, PacingHoldsTheBusToItsBitRate) {
