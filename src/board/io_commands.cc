@@ -6,7 +6,7 @@
 #include "core/parse.h"
 #include "device/command_codes.h"
 #include "device/device_link.h"
-#include "platform/clock.h"
+#include "platform/interrupt.h"
 
 namespace kel {
 namespace {
@@ -81,7 +81,7 @@ ResultCode HandleYank(const CommandEntry& entry, std::string_view& rest, Output&
   if (!Device().SendCommand(code::kToggleOut, uint32_t{mask} << 16, 0, 0)) {
     return FormatResult(&entry, kErrMsgIo, out);
   }
-  platform::SleepMs(ms);
+  platform::SleepUnlessInterrupted(ms);  // cut short, the pins still go back
   if (!Device().SendCommand(code::kToggleOut, uint32_t{mask} << 16, 0, 0)) {
     return FormatResult(&entry, kErrMsgIo, out);
   }

@@ -6,6 +6,7 @@
 #include "can/traffic.h"
 #include "core/parse.h"
 #include "device/device_link.h"
+#include "platform/interrupt.h"
 
 namespace kel {
 namespace {
@@ -29,7 +30,7 @@ uint64_t DataMask(uint8_t dlc) { return dlc >= 8 ? ~uint64_t{0} : (uint64_t{1} <
 // Waits up to 15 s for the frame whose header matches `expected`, dropping every other
 // frame, and compares its data. kOk when it came whole; -15 when its data differs; -14
 // when frames came but none matched, -13 when the last second brought no frame (at once
-// when the link breaks).
+// when the link breaks); user termination as soon as an interrupt is requested.
 ResultCode AwaitMessage(DeviceLink& link, const FrameBytes& expected, FrameBytes& frame) {
   const uint32_t id = FrameWord(expected.data(), 0);
   const uint32_t info = FrameWord(expected.data(), 1);
@@ -41,6 +42,7 @@ ResultCode AwaitMessage(DeviceLink& link, const FrameBytes& expected, FrameBytes
   uint64_t base = 0;
   bool got_frame = false;
   while (true) {
+    if (platform::InterruptRequested()) return kUserTermination;
     if (!link.HasBufferedFrame()) {
       if (!timing) {
         base = NowMs();

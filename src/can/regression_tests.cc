@@ -10,6 +10,7 @@
 #include "core/parse.h"
 #include "core/wildcard.h"
 #include "platform/console.h"
+#include "platform/interrupt.h"
 #include "platform/subprocess.h"
 
 namespace kel {
@@ -85,6 +86,9 @@ RunEnd RunOne(const TestEntry& test, int number) {
   static constexpr char kSpinner[] = "\\|/-";
   bool broken = false;
   for (size_t turn = 0;; ++turn) {
+    // A request to stop that is not the terminal's Ctrl-C (which the workers get from the
+    // terminal themselves): the workers are told, and report it.
+    if (platform::InterruptRequested()) pool.TerminateAll();
     if (platform::KeyPressed()) {
       platform::DiscardKeys();
       broken = true;

@@ -6,6 +6,7 @@
 #include "can/traffic.h"
 #include "core/parse.h"
 #include "device/device_link.h"
+#include "platform/interrupt.h"
 
 namespace kel {
 namespace {
@@ -21,12 +22,12 @@ bool IsEchoOf(const uint8_t* frame, const FrameBytes& sent) {
          (FrameWord(frame, 1) & kInfoEcho) != 0 && frame[4] == sent[4];
 }
 
-// Waits up to 15 s for the echo of `sent`, dropping every other frame; a broken link
-// ends the wait at once.
+// Waits up to 15 s for the echo of `sent`, dropping every other frame; a broken link or an
+// interrupt request ends the wait at once.
 bool WaitForEcho(DeviceLink& link, const FrameBytes& sent) {
   const uint64_t base = NowMs();
   FrameBytes frame;
-  while (NowMs() - base < kEchoWaitMs) {
+  while (NowMs() - base < kEchoWaitMs && !platform::InterruptRequested()) {
     if (link.ReceiveFrame(frame.data(), kReceiveSliceMs)) {
       if (IsEchoOf(frame.data(), sent)) return true;
     } else if (link.Broken()) {
@@ -56,6 +57,10 @@ ResultCode HandleSend(const CommandEntry& entry, std::string_view& rest, Output&
   ResultCode failure = kOk;
   ProgressLine progress(text::kSendingProgress, total, sent);
   const auto send = [&](const FrameBytes& frame) {
+    if (platform::InterruptRequested()) {
+      failure = kUserTermination;
+      return false;
+    }
     if (!link.SendCanData(frame.data(), frame.size())) {
       failure = kErrSend;
       return false;
@@ -63,7 +68,7 @@ ResultCode HandleSend(const CommandEntry& entry, std::string_view& rest, Output&
     ++sent;
     // Any of bits 24-31 of the second word asks for the echo.
     if (frame[7] != 0 && !WaitForEcho(link, frame)) {
-      failure = kErrSendAck;
+      failure = platform::InterruptRequested() ? kUserTermination : kErrSendAck;
       return false;
     }
     return true;

@@ -5,6 +5,7 @@
 #include "can/send_text.h"
 #include "device/frame.h"
 #include "platform/clock.h"
+#include "platform/interrupt.h"
 
 namespace kel {
 
@@ -47,7 +48,7 @@ class PayloadClock {
 /// (counter: r; time: milliseconds since the walk began), then each identifier from first
 /// to last in turn. After each repetition it pauses for the interval and calls
 /// `after_repetition()` (the progress line). Stops and returns false as soon as `visit`
-/// returns false.
+/// returns false. An interrupt request cuts the pause short.
 template <typename Visit, typename AfterRepetition>
 bool ForEachMessage(const SendSpec& spec, Visit&& visit, AfterRepetition&& after_repetition) {
   FrameBytes frame = BuildFrame(spec);
@@ -64,7 +65,7 @@ bool ForEachMessage(const SendSpec& spec, Visit&& visit, AfterRepetition&& after
       SetFrameWord(frame.data(), 0, static_cast<uint32_t>(id));
       if (!visit(static_cast<const FrameBytes&>(frame))) return false;
     }
-    if (spec.interval_ms != 0) platform::SleepMs(spec.interval_ms);
+    if (spec.interval_ms != 0) platform::SleepUnlessInterrupted(spec.interval_ms);
     after_repetition();
   }
   return true;

@@ -7,7 +7,8 @@
 
 namespace kel {
 
-WorkerOutcome RunWorker(const WorkerSlot& slot) {
+WorkerOutcome RunWorker(const WorkerSlot& slot,
+                        const std::function<void(platform::ChildProcess*)>& running) {
   using Mode = platform::ChildProcess::OutputMode;
   platform::ChildProcess child;
   platform::ChildProcess::Options options;
@@ -20,7 +21,9 @@ WorkerOutcome RunWorker(const WorkerSlot& slot) {
     outcome.result = -1;
     return outcome;
   }
+  if (running) running(&child);
   outcome.result = platform::ResultOfChild(child.Wait());
+  if (running) running(nullptr);
   outcome.captured = child.CapturedOutput();
   return outcome;
 }
@@ -37,9 +40,14 @@ size_t WorkerPool::Launch(std::shared_ptr<const WorkerSlot> slot) {
     ++state_->running;
     index = state_->outcomes.size();
     state_->outcomes.emplace_back();
+    state_->children.push_back(nullptr);
   }
   std::thread([state = state_, slot = std::move(slot), index] {
-    WorkerOutcome outcome = RunWorker(*slot);
+    WorkerOutcome outcome = RunWorker(*slot, [&state, index](platform::ChildProcess* child) {
+      std::lock_guard lock(state->mutex);
+      state->children[index] = child;
+      if (child != nullptr && state->terminating) child->Terminate();
+    });
     std::lock_guard lock(state->mutex);
     state->outcomes[index] = std::move(outcome);
     --state->running;
@@ -57,6 +65,14 @@ bool WorkerPool::WaitAll(int timeout_ms) {
   std::unique_lock lock(state_->mutex);
   return state_->changed.wait_for(lock, std::chrono::milliseconds(timeout_ms),
                                   [this] { return state_->running == 0; });
+}
+
+void WorkerPool::TerminateAll() {
+  std::lock_guard lock(state_->mutex);
+  state_->terminating = true;
+  for (platform::ChildProcess* child : state_->children) {
+    if (child != nullptr) child->Terminate();
+  }
 }
 
 size_t WorkerPool::Running() const {

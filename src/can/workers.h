@@ -3,12 +3,17 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 namespace kel {
+
+namespace platform {
+class ChildProcess;
+}
 
 /// One worker: a copy of this program that runs one command line against the board.
 struct WorkerSlot {
@@ -45,6 +50,9 @@ class WorkerPool {
   /// Waits up to `timeout_ms` for every worker to end; true when none runs.
   bool WaitAll(int timeout_ms);
 
+  /// Asks every worker that runs, and every one started later, to end (as Ctrl-C would).
+  void TerminateAll();
+
   size_t Running() const;
 
  private:
@@ -54,11 +62,15 @@ class WorkerPool {
     size_t running = 0;
     size_t capacity = 0;
     std::vector<WorkerOutcome> outcomes;
+    std::vector<platform::ChildProcess*> children;  // by index; null unless running
+    bool terminating = false;
   };
   std::shared_ptr<State> state_;
 };
 
 /// Runs one worker to its end: the child's result, or -1 when it could not be started.
-WorkerOutcome RunWorker(const WorkerSlot& slot);
+/// `running` (if any) is called with the child once it runs and with null before it goes.
+WorkerOutcome RunWorker(const WorkerSlot& slot,
+                        const std::function<void(platform::ChildProcess*)>& running = {});
 
 }  // namespace kel

@@ -35,8 +35,8 @@ void DiscardKeys();
 /// Clears the console screen.
 void ClearScreen();
 
-/// While alive, Ctrl-C does not end this process; it still reaches the child processes
-/// that share the terminal, which end as the user asked.
+/// While alive, Ctrl-C does not end this process nor set its interrupt request; it still
+/// reaches the child processes that share the terminal, which end as the user asked.
 class InterruptShield {
  public:
   InterruptShield();

@@ -61,21 +61,19 @@ char* CompleteWord(const char* text, int state) {
 // A handler rather than SIG_IGN: an ignored signal would stay ignored in the children.
 void OnInterrupt(int) {}
 
+// What SIGINT did before the shield: it comes back afterwards. Shields do not nest.
+struct sigaction g_shielded {};
+
 }  // namespace
 
 InterruptShield::InterruptShield() {
   struct sigaction action {};
   action.sa_handler = OnInterrupt;
   sigemptyset(&action.sa_mask);
-  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGINT, &action, &g_shielded);
 }
 
-InterruptShield::~InterruptShield() {
-  struct sigaction action {};
-  action.sa_handler = SIG_DFL;
-  sigemptyset(&action.sa_mask);
-  sigaction(SIGINT, &action, nullptr);
-}
+InterruptShield::~InterruptShield() { sigaction(SIGINT, &g_shielded, nullptr); }
 
 void UseBinaryStandardStreams() {}
 

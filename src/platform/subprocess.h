@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -44,7 +45,8 @@ class ChildProcess {
   /// `timeout_ms` waits without limit; at the limit the child is killed.
   ChildExit Wait(int timeout_ms = -1);
 
-  /// Ends the child: SIGTERM on Linux, termination with 0xC000013A on Windows.
+  /// Ends the child: SIGTERM on Linux, termination with 0xC000013A on Windows. May be
+  /// called from another thread while one waits in Wait.
   void Terminate();
 
   bool Started() const { return started_; }
@@ -64,7 +66,7 @@ class ChildProcess {
   std::string stdin_text_;
   std::string captured_;
   bool started_ = false;
-  bool reaped_ = false;
+  std::atomic<bool> reaped_{false};  // Terminate may ask from another thread than Wait
   ChildExit exit_;
 };
 

@@ -8,6 +8,7 @@
 #include "core/parse.h"
 #include "platform/clock.h"
 #include "platform/console.h"
+#include "platform/interrupt.h"
 #include "shell/command_table.h"
 
 namespace kel {
@@ -124,7 +125,11 @@ ResultCode HandleDelay(const CommandEntry& entry, std::string_view& rest, Output
     }
     const uint64_t remaining = target - elapsed;
     ConsolePrintf("Sleeping %us     \r", static_cast<unsigned>(remaining / 1000));
-    platform::SleepMs(static_cast<uint32_t>(remaining < 1000 ? remaining : 1000));
+    if (!platform::SleepUnlessInterrupted(
+            static_cast<uint32_t>(std::min<uint64_t>(remaining, 1000)))) {
+      ConsoleWrite("\n");
+      return FormatResult(&entry, kUserTermination, out);
+    }
   }
   ConsoleWrite("\n");
   return kOk;

@@ -11,6 +11,7 @@
 #include "core/safe_format.h"
 #include "logging/logging_service.h"
 #include "platform/console.h"
+#include "platform/interrupt.h"
 #include "platform/process.h"
 #include "platform/socket.h"
 #include "ports/discovery.h"
@@ -83,6 +84,7 @@ void ConsoleLoop() {
     Output out(kConsoleLineSize);
     RunCommandLine(CurrentTarget(), command, out);
     if (!out.Empty()) PrintOutput(out.Text());
+    if (platform::InterruptRequested()) break;
   }
 }
 
@@ -155,6 +157,9 @@ std::string BannerText() {
 
 int KelcmdMain(int argc, char** argv) {
   const platform::SocketLibrary sockets;  // started first, cleaned up last
+  // Ctrl-C, SIGINT and SIGTERM stop the command running; the program then ends below, after
+  // the connection, the log files and the proxy are closed.
+  const platform::InterruptRequests interrupts;
   platform::UseBinaryStandardStreams();
   std::string joined;
   LoadSettings("");
@@ -194,6 +199,7 @@ int KelcmdMain(int argc, char** argv) {
   StopLogging();
   StopProxy();
   std::fflush(stdout);
+  if (platform::InterruptRequested()) platform::EndByInterrupt();
   return platform::ExitStatusForResult(kept < 0 ? kept : kOk);
 }
 

@@ -6,6 +6,7 @@
 #include "core/invocation.h"
 #include "core/parse.h"
 #include "device/device_link.h"
+#include "platform/interrupt.h"
 #include "shell/command_table.h"
 
 namespace kel {
@@ -35,7 +36,8 @@ ResultCode RunCommandLine(const DeviceTarget& target, std::string_view text, Out
   }
   out.Clear();
   std::string_view view(pending);
-  while (!view.empty() && result >= 0) {
+  // An interrupt request ends the line after the command it stopped.
+  while (!view.empty() && result >= 0 && !platform::InterruptRequested()) {
     result = ExecuteCommand(target, view, out);
   }
   pending.clear();

@@ -35,6 +35,7 @@ ProgramRun RunningProgram::Finish(int timeout_ms) {
   const platform::ChildExit end = process_.Wait(timeout_ms);
   run.exited = end.exited && !end.timed_out;
   run.status = end.status;
+  run.signal = end.timed_out ? 0 : end.signal;
   run.output = process_.CapturedOutput();
   return run;
 }

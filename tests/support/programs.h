@@ -14,6 +14,7 @@ namespace kel::testing {
 struct ProgramRun {
   bool exited = false;
   int status = -1;
+  int signal = 0;  ///< the signal that ended it, when it did not exit (Linux)
   std::string output;
 };
 
@@ -28,6 +29,9 @@ class RunningProgram {
 
   /// Waits for the end; a program still running after `timeout_ms` is killed.
   ProgramRun Finish(int timeout_ms = 60000);
+
+  /// Asks the program to end: SIGTERM on Linux (on Windows it is terminated).
+  void Terminate() { process_.Terminate(); }
 
  private:
   platform::ChildProcess process_;
