@@ -26,12 +26,13 @@ DeviceLink& Device() {
   return link;
 }
 
-DeviceLink::DeviceLink() : debug_socket_(&CurrentSettings().debug_socket) {}
+DeviceLink::DeviceLink()
+    : debug_socket_(&CurrentSettings().debug_socket), buffer_(kReceiveChunk) {}
 
 bool DeviceLink::Connect(const std::string& address, int tcp_port) {
   if (socket_.Valid()) return true;
   broken_ = false;
-  buffer_start_ = buffer_end_ = 0;
+  buffer_.Clear();
   platform::Socket socket = platform::NewTcpSocket();
   if (!socket.Valid()) return false;
   const platform::SocketAddress to{InetAddr(address), static_cast<uint16_t>(tcp_port)};
@@ -45,12 +46,12 @@ bool DeviceLink::Connect(const std::string& address, int tcp_port) {
 void DeviceLink::Disconnect() {
   platform::CloseGracefully(socket_);
   broken_ = false;
-  buffer_start_ = buffer_end_ = 0;
+  buffer_.Clear();
 }
 
 void DeviceLink::MarkBroken() {
   broken_ = true;
-  buffer_start_ = buffer_end_ = 0;
+  buffer_.Clear();
 }
 
 bool DeviceLink::SendFrame(const uint8_t* frame) {
@@ -86,28 +87,15 @@ bool DeviceLink::WaitForRoom() {
 }
 
 void DeviceLink::TakeWaitingInput() {
-  if (buffer_.size() < kReceiveChunk) buffer_.resize(kReceiveChunk);
-  Compact();
-  if (buffer_end_ == buffer_.size()) {
-    // Full of frames nobody asked for: the oldest whole ones go, a partial one stays.
-    const size_t whole = buffer_end_ - buffer_end_ % kFrameSize;
-    buffer_start_ = whole;
-    Compact();
-  }
-  const platform::IoResult r =
-      platform::Receive(socket_, buffer_.data() + buffer_end_, buffer_.size() - buffer_end_);
+  // Full of frames nobody asked for: they go, a partial one stays.
+  buffer_.DropFramesIfFull();
+  const std::span<uint8_t> space = buffer_.Space();
+  const platform::IoResult r = platform::Receive(socket_, space.data(), space.size());
   if (r.status == platform::IoStatus::kOk) {
-    buffer_end_ += r.bytes;
+    buffer_.Added(r.bytes);
   } else if (r.status != platform::IoStatus::kWouldBlock) {
     MarkBroken();
   }
-}
-
-void DeviceLink::Compact() {
-  if (buffer_start_ == 0) return;
-  std::memmove(buffer_.data(), buffer_.data() + buffer_start_, buffer_end_ - buffer_start_);
-  buffer_end_ -= buffer_start_;
-  buffer_start_ = 0;
 }
 
 bool DeviceLink::SendCommand(uint32_t command, uint32_t value1, uint32_t value2, uint32_t value3) {
@@ -132,13 +120,11 @@ bool DeviceLink::SendCanData(const uint8_t* data, size_t length) {
 bool DeviceLink::ReceiveFrameWaiting(uint8_t* frame, int timeout_ms) {
   std::memset(frame, 0, kFrameSize);
   if (!socket_.Valid() || broken_) return false;
-  if (buffer_.size() < kReceiveChunk) buffer_.resize(kReceiveChunk);
-  while (buffer_end_ - buffer_start_ < kFrameSize) {
-    Compact();  // the partial frame goes to the front so the next read can complete it
-    const platform::IoResult r =
-        platform::Receive(socket_, buffer_.data() + buffer_end_, buffer_.size() - buffer_end_);
+  while (!buffer_.HasFrame()) {
+    const std::span<uint8_t> space = buffer_.Space();
+    const platform::IoResult r = platform::Receive(socket_, space.data(), space.size());
     if (r.status == platform::IoStatus::kOk) {
-      buffer_end_ += r.bytes;
+      buffer_.Added(r.bytes);
       continue;
     }
     if (r.status != platform::IoStatus::kWouldBlock) {
@@ -147,7 +133,7 @@ bool DeviceLink::ReceiveFrameWaiting(uint8_t* frame, int timeout_ms) {
     }
     const platform::WaitStatus w = platform::WaitReadable(socket_, timeout_ms);
     if (w == platform::WaitStatus::kTimeout) {
-      buffer_start_ = buffer_end_ = 0;  // a frame cut off by the limit is dropped whole
+      buffer_.Clear();  // a frame cut off by the limit is dropped whole
       return false;
     }
     if (w != platform::WaitStatus::kReadable) {
@@ -155,9 +141,7 @@ bool DeviceLink::ReceiveFrameWaiting(uint8_t* frame, int timeout_ms) {
       return false;
     }
   }
-  std::memcpy(frame, buffer_.data() + buffer_start_, kFrameSize);
-  buffer_start_ += kFrameSize;
-  if (buffer_start_ == buffer_end_) buffer_start_ = buffer_end_ = 0;
+  buffer_.TakeFrame(frame);
   if (*debug_socket_) ConsoleWrite(ReceivedText(frame));
   return true;
 }

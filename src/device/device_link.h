@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "device/frame.h"
+#include "device/frame_buffer.h"
 #include "platform/socket.h"
 
 namespace kel {
@@ -49,8 +50,7 @@ class DeviceLink {
     // A frame already received is handed out here, inline: a fast stream costs a copy per
     // frame, not a call.
     if (HasBufferedFrame() && !*debug_socket_) {
-      std::memcpy(frame, buffer_.data() + buffer_start_, kFrameSize);
-      buffer_start_ += kFrameSize;
+      buffer_.TakeFrame(frame);
       return true;
     }
     return ReceiveFrameWaiting(frame, timeout_ms);
@@ -58,10 +58,10 @@ class DeviceLink {
 
   /// True when a whole frame has been received and not handed out yet: the next
   /// ReceiveFrame returns at once, without a system call.
-  bool HasBufferedFrame() const { return buffer_end_ - buffer_start_ >= kFrameSize; }
+  bool HasBufferedFrame() const { return buffer_.HasFrame(); }
   /// True when the start of a frame has been received and its rest has not: a receive
   /// that ran into its limit now would drop those bytes.
-  bool HasPartialFrame() const { return buffer_end_ > buffer_start_ && !HasBufferedFrame(); }
+  bool HasPartialFrame() const { return buffer_.Size() > 0 && !buffer_.HasFrame(); }
 
   /// Sends a command, then waits for the frame whose first word equals `answer_code`,
   /// left in `answer`. Other frames are dropped; a "." is printed for every second
@@ -76,8 +76,6 @@ class DeviceLink {
   bool WaitForRoom();
   // Receives what is there into the buffer, making room by dropping old whole frames.
   void TakeWaitingInput();
-  // Moves the unread bytes to the front of the buffer.
-  void Compact();
   bool ReceiveFrameWaiting(uint8_t* frame, int timeout_ms);
   void MarkBroken();
 
@@ -85,11 +83,7 @@ class DeviceLink {
 
   platform::Socket socket_;
   bool broken_ = false;
-  // Received bytes not yet handed out; reading in large chunks keeps a fast stream from
-  // costing a system call per frame.
-  std::vector<uint8_t> buffer_;
-  size_t buffer_start_ = 0;
-  size_t buffer_end_ = 0;
+  FrameBuffer buffer_;  // received bytes not yet handed out
 };
 
 /// The process-wide link used by the device commands.
