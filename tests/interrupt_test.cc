@@ -39,11 +39,6 @@ class InterruptTest : public testing::BoardTest {
                                                     "\n[LOGGING]\nActive = 1\n");
   }
 
-  bool WaitForClients(uint32_t clients) {
-    return board_->WaitForState([&](const sim::BoardState& s) { return s.Clients() == clients; },
-                                kWaitMs);
-  }
-
   ParsedLog Log() const {
     return ParseLog(testing::ReadFile(dir_.File(LogFileName("", "kelcmd.log", "", 0))));
   }

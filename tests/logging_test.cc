@@ -38,11 +38,6 @@ class LoggingTest : public testing::BoardTest {
                            log_dir_.string() + "\n");
   }
 
-  bool WaitForClients(uint32_t clients) {
-    return board_->WaitForState([&](const sim::BoardState& s) { return s.Clients() == clients; },
-                                kWaitMs);
-  }
-
   fs::path LogFile(int index) const { return log_dir_ / LogFileName("", "kelcmd.log", "", index); }
 
   testing::TempDir dir_;

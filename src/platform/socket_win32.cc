@@ -137,42 +137,48 @@ IoResult Receive(const Socket& socket, void* data, size_t size) {
   return IoResult{WouldBlock(WSAGetLastError()) ? IoStatus::kWouldBlock : IoStatus::kError, 0};
 }
 
-WaitStatus WaitReadable(const Socket& socket, int timeout_ms) {
-  fd_set read_set;
-  fd_set except_set;
-  FD_ZERO(&read_set);
-  FD_ZERO(&except_set);
-  FD_SET(S(socket), &read_set);
-  FD_SET(S(socket), &except_set);
+namespace {
+
+// One socket's readiness by select: the sets asked for (true) that hold it afterwards.
+struct Readiness {
+  int count = 0;  // select's result: SOCKET_ERROR, 0 at the limit, or 1
+  bool read = false;
+  bool write = false;
+};
+
+Readiness SelectOne(const Socket& socket, bool read, bool write, bool except, int timeout_ms) {
+  fd_set sets[3];
+  for (fd_set& set : sets) FD_ZERO(&set);
+  if (read) FD_SET(S(socket), &sets[0]);
+  if (write) FD_SET(S(socket), &sets[1]);
+  if (except) FD_SET(S(socket), &sets[2]);
   timeval limit{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
-  const int rc = select(0, &read_set, nullptr, &except_set, &limit);
-  if (rc == SOCKET_ERROR) return WaitStatus::kError;
-  if (rc == 0) return WaitStatus::kTimeout;
-  if (FD_ISSET(S(socket), &read_set)) return WaitStatus::kReadable;
-  return WaitStatus::kException;
+  Readiness ready;
+  ready.count = select(0, read ? &sets[0] : nullptr, write ? &sets[1] : nullptr,
+                       except ? &sets[2] : nullptr, &limit);
+  ready.read = read && FD_ISSET(S(socket), &sets[0]);
+  ready.write = write && FD_ISSET(S(socket), &sets[1]);
+  return ready;
+}
+
+}  // namespace
+
+WaitStatus WaitReadable(const Socket& socket, int timeout_ms) {
+  const Readiness ready = SelectOne(socket, true, false, true, timeout_ms);
+  if (ready.count == SOCKET_ERROR) return WaitStatus::kError;
+  if (ready.count == 0) return WaitStatus::kTimeout;
+  return ready.read ? WaitStatus::kReadable : WaitStatus::kException;
 }
 
 bool WaitWritable(const Socket& socket, int timeout_ms) {
-  fd_set write_set;
-  FD_ZERO(&write_set);
-  FD_SET(S(socket), &write_set);
-  timeval limit{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
-  return select(0, nullptr, &write_set, nullptr, &limit) > 0;
+  return SelectOne(socket, false, true, false, timeout_ms).count > 0;
 }
 
 SendWaitStatus WaitWritableOrReadable(const Socket& socket, int timeout_ms) {
-  fd_set read_set;
-  fd_set write_set;
-  FD_ZERO(&read_set);
-  FD_ZERO(&write_set);
-  FD_SET(S(socket), &read_set);
-  FD_SET(S(socket), &write_set);
-  timeval limit{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
-  const int rc = select(0, &read_set, &write_set, nullptr, &limit);
-  if (rc == SOCKET_ERROR) return SendWaitStatus::kError;
-  if (rc == 0) return SendWaitStatus::kTimeout;
-  if (FD_ISSET(S(socket), &write_set)) return SendWaitStatus::kWritable;
-  return SendWaitStatus::kReadable;
+  const Readiness ready = SelectOne(socket, true, true, false, timeout_ms);
+  if (ready.count == SOCKET_ERROR) return SendWaitStatus::kError;
+  if (ready.count == 0) return SendWaitStatus::kTimeout;
+  return ready.write ? SendWaitStatus::kWritable : SendWaitStatus::kReadable;
 }
 
 }  // namespace kel::platform

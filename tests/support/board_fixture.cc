@@ -27,6 +27,11 @@ LineRun BoardTest::Run(std::string_view line, int channel, size_t output_size) {
   return run;
 }
 
+bool BoardTest::WaitForClients(uint32_t clients) {
+  return board_->WaitForState([&](const sim::BoardState& s) { return s.Clients() == clients; },
+                              60000);
+}
+
 std::vector<FrameBytes> BoardTest::Frames(size_t count, int channel) {
   EXPECT_TRUE(board_->WaitForReceivedFrames(channel, count, 20000));
   return board_->ReceivedFrames(channel);

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "device/frame.h"
 #include "core/result.h"
+#include "device/frame.h"
 #include "sim/simulator.h"
 
 namespace kel::testing {
@@ -32,6 +32,9 @@ class BoardTest : public ::testing::Test {
 
   /// Runs `line` as the shell does with the device channel set to `channel`.
   LineRun Run(std::string_view line, int channel = 0, size_t output_size = 8192);
+
+  /// Waits (generously) until exactly `clients` connections are open on the board.
+  bool WaitForClients(uint32_t clients);
 
   /// The frames the board took on `channel`, once it has taken at least `count`.
   std::vector<FrameBytes> Frames(size_t count, int channel = 0);
