@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
+#include <algorithm>
 #include <regex>
 #include <string>
 
@@ -19,8 +19,6 @@
 
 namespace kel {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr int kWaitMs = 60000;  // generous: sanitizer builds on a busy machine
 
