@@ -23,7 +23,7 @@ bool WriteFileReplacing(const std::string& path, std::string_view content) {
     }
     const bool written = file.Write(content.data(), content.size()) && file.Sync();
     file.Close();
-    if (written && ReplaceFile(temporary, path)) return true;
+    if (written && RenameReplacing(temporary, path)) return true;
     RemoveFile(temporary);
     return false;
   }

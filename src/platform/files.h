@@ -26,7 +26,7 @@ bool RemoveFile(const std::string& path);
 
 /// Renames `from` to `to`, replacing a file of that name in one step: a reader finds the
 /// old file or the new one, never a mix. Both must lie on one file system.
-bool ReplaceFile(const std::string& from, const std::string& to);
+bool RenameReplacing(const std::string& from, const std::string& to);
 
 /// Makes `content` the whole of the file `path` without ever leaving half a file: it is
 /// written to a new file beside `path`, flushed to the disk, then renamed over `path`.

@@ -21,7 +21,7 @@ bool MakeDirectory(const std::string& path) { return mkdir(path.c_str(), 0777) =
 
 bool RemoveFile(const std::string& path) { return unlink(path.c_str()) == 0; }
 
-bool ReplaceFile(const std::string& from, const std::string& to) {
+bool RenameReplacing(const std::string& from, const std::string& to) {
   return rename(from.c_str(), to.c_str()) == 0;
 }
 
