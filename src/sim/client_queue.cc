@@ -75,7 +75,8 @@ void Simulator::Loop::UpdateCongestion(Client& c) {
       Note(c, "reads again, %" PRIu64 " frames lost", c.out.Lost());
     }
   }
-  const bool holds = c.out.State() == QueueState::kFull;
+  // A trace tap loses copies rather than holding a bus back.
+  const bool holds = c.out.State() == QueueState::kFull && !taps_.Contains(c);
   if (holds != c.congested) {
     c.congested = holds;
     bus_congested_[static_cast<size_t>(c.bus)] += holds ? 1 : -1;

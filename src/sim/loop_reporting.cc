@@ -27,7 +27,7 @@ void Simulator::Loop::SendMeasurements() {
 }
 
 void Simulator::Loop::Tap(const Client& about, const uint8_t* frame) {
-  board_.CountLost(taps_.Copy(about, frame, [this](Client& tap) { MarkDirty(tap); }));
+  board_.CountLost(taps_.Copy(about, frame, now_ms_, [this](Client& tap) { MarkDirty(tap); }));
 }
 
 }  // namespace kel::sim

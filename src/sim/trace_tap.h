@@ -25,18 +25,26 @@ class TraceTaps {
   /// Forgets `c`; called when it closes.
   void Remove(const Client& c) { std::erase(taps_, &c); }
 
-  /// Queues a copy of `frame`, taken from or sent to `about`, to every other tap and calls
-  /// `queued(tap)` for each; returns the number of copies lost to taps that are behind.
+  /// True when `c` is a tap: its full queue never holds a bus back.
+  bool Contains(const Client& c) const {
+    return std::find(taps_.begin(), taps_.end(), &c) != taps_.end();
+  }
+
+  /// Queues a copy of `frame`, taken from or sent to `about`, to every other tap at
+  /// `now_ms` and calls `queued(tap)` for each; returns the number of copies lost to taps
+  /// that are behind (or do not read at all).
   template <typename Queued>
-  uint64_t Copy(const Client& about, const uint8_t* frame, Queued queued) const {
+  uint64_t Copy(const Client& about, const uint8_t* frame, uint64_t now_ms, Queued queued) const {
     uint64_t lost = 0;
     for (Client* tap : taps_) {
       if (tap == &about || tap->dead) continue;
-      if (tap->out.Size() >= kTapBacklogBytes) {
+      uint8_t* out =
+          tap->out.Size() < kTapBacklogBytes ? tap->out.Append(kFrameSize, now_ms) : nullptr;
+      if (out == nullptr) {
         ++lost;
         continue;
       }
-      std::memcpy(tap->out.Append(kFrameSize), frame, kFrameSize);
+      std::memcpy(out, frame, kFrameSize);
       queued(*tap);
     }
     return lost;
