@@ -19,9 +19,9 @@ namespace {
 // Commands left out: they wait for seconds or hours, start threads, programs or listening
 // ports, or write files (the others are safe to run any number of times).
 constexpr std::array<std::string_view, 22> kLeftOut = {
-    "test", "rtest",  "delay", "log",  "logging", "proxy", "conf",   "config",
-    "yank", "send",   "recv",  "receive", "mon",  "trace", "play",   "buzz",
-    "tetris", "serial", "ssend", "srecv", "sver", "rpor"};
+    "test",   "rtest",  "delay", "log",     "logging", "proxy", "conf", "config",
+    "yank",   "send",   "recv",  "receive", "mon",     "trace", "play", "buzz",
+    "tetris", "serial", "ssend", "srecv",   "sver",    "rpor"};
 
 // True when no command of `line` is one left out. Commands start the line or follow a
 // separator, as the executor takes them.
