@@ -26,8 +26,7 @@ DeviceLink& Device() {
   return link;
 }
 
-DeviceLink::DeviceLink()
-    : debug_socket_(&CurrentSettings().debug_socket), buffer_(kReceiveChunk) {}
+DeviceLink::DeviceLink() : debug_socket_(&CurrentSettings().debug_socket), buffer_(kReceiveChunk) {}
 
 bool DeviceLink::Connect(const std::string& address, int tcp_port) {
   if (socket_.Valid()) return true;
