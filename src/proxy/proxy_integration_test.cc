@@ -158,8 +158,10 @@ TEST_F(BoardProxyTest, ManyClientsAndAStuckOneLeaveNothingBehindAndTheProxyStart
   EXPECT_TRUE(SettlesTo(running));
 
   {
-    // The stuck client sends until every buffer on the way is full, reading nothing: its
-    // relay thread blocks sending to it, its client thread blocks sending to the board.
+    // The stuck client sends echo requests and reads nothing. The answers fill every buffer
+    // on their way back, so its relay thread blocks sending to it; the board may go on taking
+    // requests (it drops answers for a connection that does not read), so the sending stops
+    // at a cap when the requests' way does not fill up as well.
     FrameClient stuck;
     ASSERT_TRUE(stuck.Connect(Loopback(first)));
     ASSERT_TRUE(platform::SetNonBlocking(stuck.socket(), true));
@@ -167,14 +169,13 @@ TEST_F(BoardProxyTest, ManyClientsAndAStuckOneLeaveNothingBehindAndTheProxyStart
     std::vector<uint8_t> chunk;
     while (chunk.size() < 64 * 1024) chunk.insert(chunk.end(), echo.begin(), echo.end());
     size_t total = 0;
-    for (int idle = 0; idle < 50 && total < (256U << 20); platform::SleepMs(idle > 0 ? 10 : 0)) {
+    for (int idle = 0; idle < 50 && total < (64U << 20); platform::SleepMs(idle > 0 ? 10 : 0)) {
       const size_t at = total % chunk.size();  // whole frames, even after a part was sent
       const platform::IoResult r = platform::Send(stuck.socket(), &chunk[at], chunk.size() - at);
       ASSERT_NE(platform::IoStatus::kError, r.status);
       total += r.bytes;
       idle = r.bytes > 0 ? 0 : idle + 1;
     }
-    ASSERT_LT(total, 256U << 20) << "the buffers never filled";
 
     FrameClient other;  // on the board's other bus, which the stuck one does not hold up
     ASSERT_TRUE(other.Connect(Loopback(first + 1)));
