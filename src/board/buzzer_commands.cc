@@ -6,7 +6,7 @@
 #include "core/parse.h"
 #include "device/command_codes.h"
 #include "platform/console.h"
-#include "platform/signals.h"
+#include "platform/interrupt.h"
 
 namespace kel {
 namespace {
@@ -127,15 +127,16 @@ ResultCode HandlePlay(const CommandEntry& entry, std::string_view& rest, Output&
   const std::string text = SplitWord(rest, kCommandSeparators, kTuneSize);
   const Tune tune = ParseTune(Unquote(text));
   if (TrimText(Unquote(text)).empty() || !tune.Ok()) return FormatResult(&entry, kErrBadArgs, out);
-  // Ctrl-C still ends the program, but only once the buzzer is silent.
-  const platform::HeldInterrupt interrupt;
-  const PlayOutcome outcome = PlayTune(Device(), tune, [&interrupt] {
-    if (interrupt.Requested()) return true;
+  // A request to stop ends the tune like a key, but the command reports it, once the
+  // buzzer is silent.
+  const PlayOutcome outcome = PlayTune(Device(), tune, [] {
+    if (platform::InterruptRequested()) return true;
     if (!platform::KeyPressed()) return false;
     platform::DiscardKeys();
     return true;
   });
   if (outcome.result < 0) return FormatResult(&entry, outcome.result, out);
+  if (platform::InterruptRequested()) return FormatResult(&entry, kUserTermination, out);
   return static_cast<ResultCode>(out.Printf("%u notes played\r\n", outcome.notes_played));
 }
 

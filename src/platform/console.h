@@ -32,6 +32,23 @@ bool KeyPressed();
 /// Reads and discards every pending key press (terminal only).
 void DiscardKeys();
 
+/// While alive, the terminal on standard input shows nothing of the keys pressed and hands
+/// them over one at a time, so that what a command prints is not written over by them;
+/// Ctrl-C still interrupts. The terminal's own settings come back when the object goes.
+/// Nothing changes when standard input is not a terminal (nor at a Windows console, which
+/// shows no key until a line is read).
+class QuietKeys {
+ public:
+  QuietKeys();
+  ~QuietKeys();
+  QuietKeys(const QuietKeys&) = delete;
+  QuietKeys& operator=(const QuietKeys&) = delete;
+
+ private:
+  struct Saved;
+  std::unique_ptr<Saved> saved_;
+};
+
 /// Clears the console screen.
 void ClearScreen();
 
@@ -46,7 +63,9 @@ class InterruptShield {
 };
 
 /// Reads lines at the prompt: with line editing and a history file at a terminal,
-/// plainly otherwise. One instance serves the console loop.
+/// plainly otherwise. One instance serves the console loop. At a terminal (Interactive),
+/// Ctrl-C while a line is typed drops that line: "^C" is shown and the interrupt request
+/// cleared. Another request to stop (SIGTERM) ends the input.
 class LineInput {
  public:
   /// `completions` are the words the Tab key completes at a terminal.
@@ -56,10 +75,15 @@ class LineInput {
   LineInput& operator=(const LineInput&) = delete;
 
   /// Shows `prompt` and reads one line without its line end, keeping at most
-  /// `max_length` characters. Returns nothing at the end of input.
+  /// `max_length` characters. Returns nothing at the end of input; an empty line for a
+  /// line dropped by Ctrl-C.
   std::optional<std::string> ReadLine(const char* prompt, size_t max_length);
 
+  /// True when a person types the lines: standard input and output are a terminal.
+  bool Interactive() const { return interactive_; }
+
  private:
+  bool interactive_ = false;
   bool editing_ = false;
   std::string history_path_;
   std::vector<std::string> completions_;

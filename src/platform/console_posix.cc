@@ -7,36 +7,15 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <utility>
 
 #include "platform/console.h"
+#include "platform/interrupt.h"
 
 namespace kel::platform {
 namespace {
-
-// Switches the terminal to non-canonical, no-echo mode for the lifetime of the object,
-// so that single key presses become readable at once.
-class RawTerminal {
- public:
-  RawTerminal() {
-    if (tcgetattr(STDIN_FILENO, &saved_) != 0) return;
-    termios raw = saved_;
-    raw.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO));
-    raw.c_cc[VMIN] = 0;
-    raw.c_cc[VTIME] = 0;
-    active_ = tcsetattr(STDIN_FILENO, TCSANOW, &raw) == 0;
-  }
-  ~RawTerminal() {
-    if (active_) tcsetattr(STDIN_FILENO, TCSANOW, &saved_);
-  }
-  RawTerminal(const RawTerminal&) = delete;
-  RawTerminal& operator=(const RawTerminal&) = delete;
-
- private:
-  termios saved_{};
-  bool active_ = false;
-};
 
 bool InputReady() {
   pollfd p{STDIN_FILENO, POLLIN, 0};
@@ -56,6 +35,35 @@ char* CompleteWord(const char* text, int state) {
     if (strncasecmp(word.c_str(), text, length) == 0) return strdup(word.c_str());
   }
   return nullptr;
+}
+
+// How often the line editor's wait for a key looks at the interrupt request: the signal
+// may be taken by another thread, whose wait it cuts short instead.
+constexpr int kKeyWaitSliceMs = 100;
+// Set when Ctrl-C ended the line being edited.
+bool g_line_dropped = false;
+
+// The line editor's source of keys. Ctrl-C shows "^C" and ends the line as Enter would,
+// the caller then dropping it; any other request to stop is the end of input.
+int ReadEditKey(FILE*) {
+  while (true) {
+    if (InterruptRequested()) {
+      if (!InterruptFromKeyboard()) return EOF;
+      ClearInterrupt();
+      g_line_dropped = true;
+      fputs("^C", stdout);
+      fflush(stdout);
+      return '\n';
+    }
+    pollfd p{STDIN_FILENO, POLLIN, 0};
+    const int ready = poll(&p, 1, kKeyWaitSliceMs);
+    if (ready == 0 || (ready < 0 && errno == EINTR)) continue;
+    unsigned char c = 0;
+    const ssize_t n = read(STDIN_FILENO, &c, 1);
+    if (n == 1) return c;
+    if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+    return EOF;
+  }
 }
 
 // A handler rather than SIG_IGN: an ignored signal would stay ignored in the children.
@@ -85,15 +93,34 @@ void MoveCursorUp(unsigned lines) {
   fflush(stdout);
 }
 
+struct QuietKeys::Saved {
+  termios settings{};
+};
+
+QuietKeys::QuietKeys() {
+  termios settings{};
+  if (tcgetattr(STDIN_FILENO, &settings) != 0) return;
+  termios quiet = settings;
+  quiet.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO));
+  quiet.c_cc[VMIN] = 0;
+  quiet.c_cc[VTIME] = 0;
+  if (tcsetattr(STDIN_FILENO, TCSANOW, &quiet) != 0) return;
+  saved_ = std::make_unique<Saved>(Saved{settings});
+}
+
+QuietKeys::~QuietKeys() {
+  if (saved_) tcsetattr(STDIN_FILENO, TCSANOW, &saved_->settings);
+}
+
 bool KeyPressed() {
   if (!StdinIsTerminal()) return false;
-  RawTerminal raw;
+  const QuietKeys quiet;
   return InputReady();
 }
 
 void DiscardKeys() {
   if (!StdinIsTerminal()) return;
-  RawTerminal raw;
+  const QuietKeys quiet;
   char buf[64];
   while (InputReady() && read(STDIN_FILENO, buf, sizeof buf) > 0) {
   }
@@ -106,9 +133,14 @@ void ClearScreen() {
 
 LineInput::LineInput(std::vector<std::string> completions) : completions_(std::move(completions)) {
   editing_ = StdinIsTerminal() && isatty(STDOUT_FILENO) == 1;
+  interactive_ = editing_;
   if (!editing_) return;
   g_completions = &completions_;
   rl_completion_entry_function = CompleteWord;
+  // The editor's own signal handling would pass Ctrl-C on to the whole process group; the
+  // key source above takes it instead. Both are read when the editor starts (using_history).
+  rl_catch_signals = 0;
+  rl_getc_function = ReadEditKey;
   if (const char* home = getenv("HOME"); home != nullptr && *home != '\0') {
     history_path_ = std::string(home) + "/.kelcmd_history";
   }
@@ -125,10 +157,12 @@ LineInput::~LineInput() {
 std::optional<std::string> LineInput::ReadLine(const char* prompt, size_t max_length) {
   std::string line;
   if (editing_) {
+    g_line_dropped = false;
     char* raw = readline(prompt);
     if (raw == nullptr) return std::nullopt;
     line.assign(raw);
     free(raw);
+    if (g_line_dropped) return std::string();
     if (!line.empty()) add_history(line.c_str());
   } else {
     fputs(prompt, stdout);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/console.h"
+#include "platform/interrupt.h"
 
 namespace kel::platform {
 
@@ -16,6 +17,10 @@ namespace {
 // A handler routine rather than ignoring Ctrl-C outright: the ignore flag would be
 // inherited by the children, the routine is not.
 BOOL WINAPI OnControl(DWORD type) { return type == CTRL_C_EVENT ? TRUE : FALSE; }
+
+// How long a read that ended without a line waits for the Ctrl+C handler's request.
+constexpr int kCtrlCWaitSlices = 10;
+constexpr DWORD kCtrlCSliceMs = 10;
 
 }  // namespace
 
@@ -47,6 +52,13 @@ void DiscardKeys() {
   while (_kbhit() != 0) _getch();
 }
 
+// A console shows no key until a line is read (_kbhit and _getch echo nothing).
+struct QuietKeys::Saved {};
+
+QuietKeys::QuietKeys() = default;
+
+QuietKeys::~QuietKeys() = default;
+
 void ClearScreen() {
   const HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
   CONSOLE_SCREEN_BUFFER_INFO info;
@@ -61,7 +73,9 @@ void ClearScreen() {
 
 // At a Windows console the console's own line input serves: it edits the line and keeps
 // its own history, so the completion words have no use here.
-LineInput::LineInput(std::vector<std::string> completions) : completions_(std::move(completions)) {}
+LineInput::LineInput(std::vector<std::string> completions) : completions_(std::move(completions)) {
+  interactive_ = StdinIsTerminal() && StdoutIsTerminal();
+}
 
 LineInput::~LineInput() = default;
 
@@ -70,6 +84,17 @@ std::optional<std::string> LineInput::ReadLine(const char* prompt, size_t max_le
   std::fflush(stdout);
   std::string line;
   if (!std::getline(std::cin, line)) {
+    // Ctrl+C ends the console's read as the end of input would; its handler runs on a
+    // thread of its own, so the request may come a moment later.
+    if (interactive_ && line.empty()) {
+      for (int i = 0; i < kCtrlCWaitSlices && !InterruptRequested(); ++i) Sleep(kCtrlCSliceMs);
+    }
+    if (interactive_ && InterruptRequested() && InterruptFromKeyboard()) {
+      ClearInterrupt();
+      std::cin.clear();
+      std::fputs("^C\n", stdout);
+      return std::string();
+    }
     if (line.empty()) return std::nullopt;
   }
   if (!line.empty() && line.back() == '\r') line.pop_back();

@@ -4,12 +4,13 @@
 
 namespace kel::platform {
 
-/// While alive, the requests to stop (Ctrl-C at a terminal, SIGINT and SIGTERM on Linux;
-/// Ctrl+C, Ctrl+Break and the console's close on Windows) no longer end the process at
-/// once: each sets the process-wide interrupt request, which long-running loops poll
+/// While alive, the requests to stop (Ctrl-C at a terminal, SIGINT, SIGTERM and SIGHUP on
+/// Linux; Ctrl+C, Ctrl+Break and the console's close on Windows) no longer end the process
+/// at once: each sets the process-wide interrupt request, which long-running loops poll
 /// (InterruptRequested) to stop cleanly. What follows is the caller's choice: ending the
 /// program as the request asked (EndByInterrupt), or clearing the request and going on.
-/// One instance lives in the program's main.
+/// One instance lives in the program's main; without one, the requests act as the system
+/// defaults say.
 class InterruptRequests {
  public:
   InterruptRequests();
@@ -21,6 +22,12 @@ class InterruptRequests {
 /// True once a request to stop has arrived (and has not been cleared). Cheap enough for
 /// every pass of a loop; safe from any thread.
 bool InterruptRequested();
+
+/// True when the request is the terminal's Ctrl-C (SIGINT on Linux, Ctrl+C on Windows)
+/// and nothing stronger came with it: a person at the prompt asking to stop the command in
+/// hand. Any other request (SIGTERM, a hang-up, the console's close) asks the program to
+/// end, and takes precedence over a Ctrl-C that came before or after it.
+bool InterruptFromKeyboard();
 
 /// Forgets the request, so that the next command runs as usual.
 void ClearInterrupt();

@@ -1,6 +1,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cstdio>
 
@@ -9,17 +10,19 @@
 namespace kel::platform {
 namespace {
 
-// The signal of the first request, 0 when none came. A lock-free atomic is safe to use
-// from a signal handler.
+constexpr std::array<int, 3> kRequestSignals{SIGINT, SIGTERM, SIGHUP};
+
+// The signal of the request, 0 when none came: the first one, unless a request to end
+// (anything but SIGINT) follows a Ctrl-C. A lock-free atomic is safe to use from a signal
+// handler.
 std::atomic<int> g_request{0};
 static_assert(std::atomic<int>::is_always_lock_free);
 
-struct sigaction g_saved_interrupt {};
-struct sigaction g_saved_terminate {};
+std::array<struct sigaction, kRequestSignals.size()> g_saved{};
 
 void OnRequest(int signal) {
-  int none = 0;
-  g_request.compare_exchange_strong(none, signal);
+  int seen = 0;
+  if (!g_request.compare_exchange_strong(seen, signal) && seen == SIGINT) g_request = signal;
 }
 
 }  // namespace
@@ -31,16 +34,23 @@ InterruptRequests::InterruptRequests() {
   struct sigaction action {};
   action.sa_handler = OnRequest;
   sigemptyset(&action.sa_mask);
-  sigaction(SIGINT, &action, &g_saved_interrupt);
-  sigaction(SIGTERM, &action, &g_saved_terminate);
+  for (size_t i = 0; i < kRequestSignals.size(); ++i) {
+    sigaction(kRequestSignals[i], nullptr, &g_saved[i]);
+    // A hang-up the program was started to ignore (nohup) stays ignored.
+    if (kRequestSignals[i] == SIGHUP && g_saved[i].sa_handler == SIG_IGN) continue;
+    sigaction(kRequestSignals[i], &action, nullptr);
+  }
 }
 
 InterruptRequests::~InterruptRequests() {
-  sigaction(SIGINT, &g_saved_interrupt, nullptr);
-  sigaction(SIGTERM, &g_saved_terminate, nullptr);
+  for (size_t i = 0; i < kRequestSignals.size(); ++i) {
+    sigaction(kRequestSignals[i], &g_saved[i], nullptr);
+  }
 }
 
 bool InterruptRequested() { return g_request.load(std::memory_order_relaxed) != 0; }
+
+bool InterruptFromKeyboard() { return g_request.load() == SIGINT; }
 
 void ClearInterrupt() { g_request.store(0); }
 

@@ -24,24 +24,4 @@ class TerminationSignals {
   std::unique_ptr<Saved> saved_;
 };
 
-/// While alive, a request to end the program (Ctrl-C, SIGTERM and SIGHUP on Linux; Ctrl-C
-/// and Ctrl-Break on Windows) is held back and noted instead of acted on, so that the work
-/// in hand can end safely (a tune silences the buzzer). When the object goes, a request
-/// that came is acted on as it would have been: the process ends. Requests the process
-/// ignores stay ignored.
-class HeldInterrupt {
- public:
-  HeldInterrupt();
-  ~HeldInterrupt();
-  HeldInterrupt(const HeldInterrupt&) = delete;
-  HeldInterrupt& operator=(const HeldInterrupt&) = delete;
-
-  /// True once a request came.
-  bool Requested() const;
-
- private:
-  struct Saved;
-  std::unique_ptr<Saved> saved_;
-};
-
 }  // namespace kel::platform

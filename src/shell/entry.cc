@@ -66,6 +66,15 @@ DeviceTarget CurrentTarget() {
   return DeviceTarget{s.device_address, s.DeviceTcpPort()};
 }
 
+// Runs one command line with the terminal's keys kept off the screen.
+ResultCode RunQuietly(std::string_view line, Output& out) {
+  const platform::QuietKeys quiet;
+  return RunCommandLine(CurrentTarget(), line, out);
+}
+
+// The ~> prompt. A person at a terminal stops the running command with Ctrl-C and gets the
+// prompt back; from anywhere else, and for any other request to stop, the loop ends and
+// with it the program.
 void ConsoleLoop() {
   std::vector<std::string> names;
   for (const CommandEntry& entry : CommandTable()) {
@@ -82,7 +91,12 @@ void ConsoleLoop() {
     const std::string_view command = TrimText(*line);
     if (EqualsNoCase(command, "exit") || EqualsNoCase(command, "quit")) break;
     Output out(kConsoleLineSize);
-    RunCommandLine(CurrentTarget(), command, out);
+    RunQuietly(command, out);
+    const bool stopped = platform::InterruptRequested();
+    if (stopped && input.Interactive() && platform::InterruptFromKeyboard()) {
+      platform::ClearInterrupt();
+      std::fputs("^C\n", stdout);
+    }
     if (!out.Empty()) PrintOutput(out.Text());
     if (platform::InterruptRequested()) break;
   }
@@ -157,8 +171,9 @@ std::string BannerText() {
 
 int KelcmdMain(int argc, char** argv) {
   const platform::SocketLibrary sockets;  // started first, cleaned up last
-  // Ctrl-C, SIGINT and SIGTERM stop the command running; the program then ends below, after
-  // the connection, the log files and the proxy are closed.
+  // Ctrl-C, SIGINT, SIGTERM and SIGHUP stop the command running; the program then ends
+  // below, after the connection, the log files and the proxy are closed (Ctrl-C at the
+  // prompt of a terminal only stops the command: see ConsoleLoop).
   const platform::InterruptRequests interrupts;
   platform::UseBinaryStandardStreams();
   std::string joined;
@@ -188,7 +203,7 @@ int KelcmdMain(int argc, char** argv) {
   ResultCode kept = kOk;
   if (!joined.empty()) {
     Output out(kJoinedLineSize);
-    kept = RunCommandLine(CurrentTarget(), joined, out);
+    kept = RunQuietly(joined, out);
     if (!out.Empty()) PrintOutput(out.Text());
   } else {
     std::fputs(BannerText().c_str(), stdout);
