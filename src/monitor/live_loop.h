@@ -8,6 +8,7 @@
 #include "device/device_link.h"
 #include "monitor/console_rows.h"
 #include "platform/console.h"
+#include "platform/interrupt.h"
 
 namespace kel {
 
@@ -17,6 +18,7 @@ enum class LiveEnd {
   kKey,       ///< a key was pressed at the terminal
   kClosed,    ///< the board closed the connection (or the link failed)
   kFailed,    ///< a tick failed
+  kStopped,   ///< an interrupt request (Ctrl-C) came
 };
 
 /// When a live view ends by itself, and how often it does something of its own.
@@ -33,7 +35,8 @@ inline constexpr uint64_t kPartialFrameMs = 1000;
 /// The live loop of the monitors: receives frames from `link` and calls
 /// `on_frame(frame, elapsed_ms)` for each, and `on_tick(elapsed_ms)` at the start and every
 /// tick (false from it ends the loop as kFailed), until the duration has passed, a key is
-/// pressed (at a terminal only) or the board closes the connection, which ends it at once.
+/// pressed (at a terminal only), an interrupt is requested or the board closes the
+/// connection, which ends it at once.
 /// Frames already received are handed on without a clock reading or a system call; the
 /// elapsed time is read once per receive that reaches the socket, and `rows` is flushed
 /// before every wait, so rows go out in blocks under a flood and at once when it is quiet.
@@ -53,6 +56,7 @@ LiveEnd RunLive(DeviceLink& link, ConsoleRows& rows, const LiveTiming& timing, O
       continue;
     }
     rows.Flush();
+    if (platform::InterruptRequested()) return LiveEnd::kStopped;
     now = NowMs();
     if (timing.duration_ms && now - start >= *timing.duration_ms) return LiveEnd::kDuration;
     if (timing.tick_ms != 0 && now >= next_tick) {

@@ -46,6 +46,7 @@ uint32_t ElapsedSince(uint64_t start_ms) { return static_cast<uint32_t>(NowMs() 
 ResultCode FinishView(const CommandEntry& entry, LiveEnd end, size_t start, Output& out) {
   if (end == LiveEnd::kClosed) return FormatResult(&entry, kErrReceive, out);
   if (end == LiveEnd::kFailed) return FormatResult(&entry, kErrMsgIo, out);
+  if (end == LiveEnd::kStopped) return FormatResult(&entry, kUserTermination, out);
   return static_cast<ResultCode>(out.Length() - start);
 }
 

@@ -24,7 +24,8 @@ std::string ForDurationText(const std::optional<uint32_t>& duration_ms);
 uint32_t ElapsedSince(uint64_t start_ms);
 
 /// Ends a view: its result line is already in `out`; a board that closed the connection
-/// fails it with -13, a failed exchange with -101.
+/// fails it with -13, a failed exchange with -101, an interrupt request with user
+/// termination after that line.
 ResultCode FinishView(const CommandEntry& entry, LiveEnd end, size_t start, Output& out);
 
 /// The tick of a view that has nothing to do between frames.

@@ -9,6 +9,7 @@
 #include "core/parse.h"
 #include "device/device_link.h"
 #include "platform/console.h"
+#include "platform/interrupt.h"
 #include "serial/controller_line.h"
 #include "serial/line_codec.h"
 
@@ -98,6 +99,7 @@ ResultCode HandleSerialReceive(const CommandEntry& entry, std::string_view& rest
     // A full output would lose what comes next, and a line that never falls silent would
     // keep the command for ever: both end it.
     if (out.Remaining() < kLineRoom) break;
+    if (platform::InterruptRequested()) break;
     if (platform::KeyPressed()) {
       platform::DiscardKeys();
       break;
@@ -115,6 +117,7 @@ ResultCode HandleSerialReceive(const CommandEntry& entry, std::string_view& rest
     }
   }
   if (const ReceivedLine partial = line.TakePartial(); !partial.text.empty()) show(partial);
+  if (platform::InterruptRequested()) return FormatResult(&entry, kUserTermination, out);
   if (gone || count == 0) return FormatResult(&entry, kErrReceive, out);
   out.Printf("%u lines received\r\n", count);
   return Written(start, out);
