@@ -24,9 +24,9 @@ bool StdoutIsTerminal();
 /// in place). Standard output must have been flushed.
 void MoveCursorUp(unsigned lines);
 
-/// True when a key press is waiting. Only ever true when standard input is a terminal;
-/// the terminal is polled without echo and without waiting for Enter. Piped input is
-/// never consumed here.
+/// True when a key press is waiting. Only ever true when standard input is a terminal
+/// and this process is in its foreground; the terminal is polled without echo and without
+/// waiting for Enter. Piped input is never consumed here.
 bool KeyPressed();
 
 /// Reads and discards every pending key press (terminal only).
@@ -35,8 +35,8 @@ void DiscardKeys();
 /// While alive, the terminal on standard input shows nothing of the keys pressed and hands
 /// them over one at a time, so that what a command prints is not written over by them;
 /// Ctrl-C still interrupts. The terminal's own settings come back when the object goes.
-/// Nothing changes when standard input is not a terminal (nor at a Windows console, which
-/// shows no key until a line is read).
+/// Nothing changes when standard input is not a terminal, for a job in the terminal's
+/// background, or at a Windows console (which shows no key until a line is read).
 class QuietKeys {
  public:
   QuietKeys();

@@ -17,6 +17,11 @@
 namespace kel::platform {
 namespace {
 
+// True when this process may use the terminal on standard input: it is a terminal and
+// this process is in its foreground. A job in the background would be stopped by the
+// terminal for changing its settings or reading it, and the keys are not meant for it.
+bool OwnsTerminal() { return isatty(STDIN_FILENO) == 1 && tcgetpgrp(STDIN_FILENO) == getpgrp(); }
+
 bool InputReady() {
   pollfd p{STDIN_FILENO, POLLIN, 0};
   return poll(&p, 1, 0) > 0 && (p.revents & POLLIN) != 0;
@@ -99,7 +104,7 @@ struct QuietKeys::Saved {
 
 QuietKeys::QuietKeys() {
   termios settings{};
-  if (tcgetattr(STDIN_FILENO, &settings) != 0) return;
+  if (!OwnsTerminal() || tcgetattr(STDIN_FILENO, &settings) != 0) return;
   termios quiet = settings;
   quiet.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO));
   quiet.c_cc[VMIN] = 0;
@@ -113,13 +118,13 @@ QuietKeys::~QuietKeys() {
 }
 
 bool KeyPressed() {
-  if (!StdinIsTerminal()) return false;
+  if (!OwnsTerminal()) return false;
   const QuietKeys quiet;
   return InputReady();
 }
 
 void DiscardKeys() {
-  if (!StdinIsTerminal()) return;
+  if (!OwnsTerminal()) return;
   const QuietKeys quiet;
   char buf[64];
   while (InputReady() && read(STDIN_FILENO, buf, sizeof buf) > 0) {

@@ -92,8 +92,8 @@ void ConsoleLoop() {
     if (EqualsNoCase(command, "exit") || EqualsNoCase(command, "quit")) break;
     Output out(kConsoleLineSize);
     RunQuietly(command, out);
-    const bool stopped = platform::InterruptRequested();
-    if (stopped && input.Interactive() && platform::InterruptFromKeyboard()) {
+    if (input.Interactive() && platform::InterruptRequested() &&
+        platform::InterruptFromKeyboard()) {
       platform::ClearInterrupt();
       std::fputs("^C\n", stdout);
     }
