@@ -31,7 +31,7 @@ std::string KelcmdCommand(const std::string& args) {
 
 // Shell text that runs scripts/start on the programs of this build, with `args`.
 std::string StartCommand(const std::string& args) {
-  const std::string programs = std::filesystem::path(testing::KelcmdPath()).parent_path();
+  const std::string programs = std::filesystem::path(testing::KelcmdPath()).parent_path().string();
   return "KEL_PROGRAMS='" + programs + "' exec '" KEL_SOURCE_DIR "/scripts/start' " + args;
 }
 

@@ -110,9 +110,9 @@ Key DecodeKey(std::string_view bytes, bool more_may_come, size_t* used);
 /// The console as a full-screen program uses it: keys one at a time, without echo and
 /// without Enter, Ctrl-C a key rather than a signal; the screen's content kept aside and
 /// the cursor hidden. Everything comes back when the object goes, and also when a signal
-/// ends the process meanwhile (SIGINT, SIGTERM, SIGHUP, SIGQUIT; on Windows Ctrl-Break
-/// and the console's close). When standard input or output is not a terminal nothing
-/// changes and Active() is false.
+/// ends the process meanwhile (SIGINT, SIGTERM, SIGHUP, SIGQUIT, unless the process takes
+/// them as interrupt requests; on Windows Ctrl-Break and the console's close). When
+/// standard input or output is not a terminal nothing changes and Active() is false.
 class RawConsole {
  public:
   RawConsole();
@@ -121,7 +121,8 @@ class RawConsole {
   RawConsole& operator=(const RawConsole&) = delete;
 
   bool Active() const { return state_ != nullptr; }
-  /// Waits up to `timeout_ms` for the next key press; kNone when none came.
+  /// Waits up to `timeout_ms` for the next key press; kNone when none came. An interrupt
+  /// request (a SIGTERM from elsewhere) reads as kInterrupt, as Ctrl-C does.
   Key ReadKey(int timeout_ms);
 
  private:

@@ -12,6 +12,7 @@
 
 #include "platform/clock.h"
 #include "platform/console.h"
+#include "platform/interrupt.h"
 
 namespace kel::platform {
 namespace {
@@ -76,12 +77,14 @@ RawConsole::RawConsole() {
   auto state = std::make_unique<State>();
   g_saved = saved;
   g_raw = 1;
-  // The handlers come first, so that no moment is left without a way back. A signal the
-  // process ignores stays ignored.
+  // The handlers come first, so that no moment is left without a way back. Only signals
+  // that would end the process at once get one: a signal the process ignores stays
+  // ignored, and one it takes as an interrupt request stays with that (ReadKey turns the
+  // request into kInterrupt, and the console goes back the usual way).
   for (size_t i = 0; i < kEndingSignals.size(); ++i) {
     struct sigaction action {};
     sigaction(kEndingSignals[i], nullptr, &state->previous[i]);
-    if (state->previous[i].sa_handler == SIG_IGN) continue;
+    if (state->previous[i].sa_handler != SIG_DFL) continue;
     action.sa_handler = OnEndingSignal;
     sigemptyset(&action.sa_mask);
     sigaction(kEndingSignals[i], &action, nullptr);
@@ -113,6 +116,7 @@ Key RawConsole::ReadKey(int timeout_ms) {
   std::string& pending = state_->pending;
   const uint64_t deadline = MonotonicMs() + static_cast<uint64_t>(timeout_ms > 0 ? timeout_ms : 0);
   while (true) {
+    if (InterruptRequested()) return {KeyCode::kInterrupt};
     size_t used = 0;
     Key key = DecodeKey(pending, true, &used);
     if (used > 0) {

@@ -8,6 +8,7 @@
 
 #include "platform/clock.h"
 #include "platform/console.h"
+#include "platform/interrupt.h"
 
 #ifndef ENABLE_VIRTUAL_TERMINAL_PROCESSING
 #define ENABLE_VIRTUAL_TERMINAL_PROCESSING 0x0004
@@ -78,6 +79,7 @@ Key RawConsole::ReadKey(int timeout_ms) {
   if (!state_) return {};
   const uint64_t deadline = MonotonicMs() + static_cast<uint64_t>(timeout_ms > 0 ? timeout_ms : 0);
   while (true) {
+    if (InterruptRequested()) return {KeyCode::kInterrupt};
     const uint64_t now = MonotonicMs();
     const DWORD wait = now < deadline ? static_cast<DWORD>(deadline - now) : 0;
     if (WaitForSingleObject(g_in, wait) != WAIT_OBJECT_0) return {};
