@@ -163,6 +163,8 @@ std::optional<std::string> LineInput::ReadLine(const char* prompt, size_t max_le
   std::string line;
   if (editing_) {
     g_line_dropped = false;
+    // Without its signal handling the editor misses a resized window: it looks again here.
+    rl_resize_terminal();
     char* raw = readline(prompt);
     if (raw == nullptr) return std::nullopt;
     line.assign(raw);
