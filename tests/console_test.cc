@@ -77,6 +77,7 @@ TEST_F(ConsoleTest, CtrlCDuringALongSendGivesThePromptBack) {
   // Up twice: the line before the stopped send, run again against the same board.
   kelcmd.Type("\x1b[A\x1b[A\r");
   ASSERT_TRUE(kelcmd.WaitFor("1 messages sent", 2)) << kelcmd.Screen();
+  ASSERT_TRUE(WaitForClients(0)) << "the board has taken everything sent before the close";
   EXPECT_EQ(2u, FramesWithId(board_->ReceivedFrames(0), 0x321));
 
   kelcmd.Type("half a line");
