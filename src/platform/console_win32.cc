@@ -92,6 +92,7 @@ std::optional<std::string> LineInput::ReadLine(const char* prompt, size_t max_le
     if (interactive_ && InterruptRequested() && InterruptFromKeyboard()) {
       ClearInterrupt();
       std::cin.clear();
+      std::clearerr(stdin);  // the stream reads through stdio, whose end-of-file sticks
       std::fputs("^C\n", stdout);
       return std::string();
     }
