@@ -118,7 +118,7 @@ std::string NoteText(const char* text) {
   return FormatWithText(kNoteFormat, text == nullptr ? "<null>" : text);
 }
 
-size_t RowClock::Stamp(const platform::WallTime& now, char* out) {
+size_t RowClock::Enter(const platform::WallTime& now) {
   char* const suffix = text_ + kPrefixLength;
   size_t digits = length_ - kPrefixLength;
   if (now.seconds != last_seconds_ || now.milliseconds != last_milliseconds_) {
@@ -145,12 +145,13 @@ size_t RowClock::Stamp(const platform::WallTime& now, char* out) {
     suffix[digits - 1] = '1';
   }
   length_ = kPrefixLength + digits;
-  std::memcpy(out, text_, kRowTimeSize - 1);  // a fixed size copies fastest; only the
-  out[length_] = '\0';                        // length counts
+  return digits;
+}
 
-  // Count on. Every counter printed is nines and one last digit (0 ... 9, 91 ... 99,
-  // 991 ...), so a carry only ever turns all nines into a one and zeros; nineteen nines
-  // stay.
+void RowClock::CountOn(size_t digits) {
+  // Every counter printed is nines and one last digit (0 ... 9, 91 ... 99, 991 ...), so a
+  // carry only ever turns all nines into a one and zeros; nineteen nines stay.
+  char* const suffix = text_ + kPrefixLength;
   if (suffix[digits - 1] != '9') {
     ++suffix[digits - 1];
   } else if (digits < kMaxSuffixDigits) {
@@ -158,7 +159,23 @@ size_t RowClock::Stamp(const platform::WallTime& now, char* out) {
     std::memset(suffix + 1, '0', digits);
     ++length_;
   }
+}
+
+size_t RowClock::Stamp(const platform::WallTime& now, char* out) {
+  const size_t digits = Enter(now);
+  std::memcpy(out, text_, kRowTimeSize - 1);  // a fixed size copies fastest; only the
+  out[length_] = '\0';                        // length counts
+  CountOn(digits);
   return kPrefixLength + digits;
+}
+
+void RowClock::Skip(const platform::WallTime& now, size_t rows) {
+  for (size_t i = 0; i < rows; ++i) {
+    const size_t digits = Enter(now);
+    // Nineteen nines: every further row of the millisecond repeats them.
+    if (digits == kMaxSuffixDigits && text_[kPrefixLength + digits - 1] == '9') return;
+    CountOn(digits);
+  }
 }
 
 size_t FormatRow(std::string_view time, const CanRow& row, char* out) {

@@ -41,15 +41,23 @@ inline constexpr size_t kRowTimeSize = 40;
 /// is 64 bits wide, so it ends at nineteen nines, the 172nd row of a millisecond; rows
 /// after it in the same millisecond repeat that suffix. The counter is kept as its digits
 /// and the local-time conversion is cached for the current second, so a stamp costs no
-/// division and no conversion. Not thread-safe: the logging service calls it under its
-/// lock.
+/// division and no conversion. Not thread-safe. A copy goes on exactly where the original
+/// stood, so a writer can take the stamps of a block of rows in one step (copy, then Skip
+/// the original past them) and write the rows with its copy while others go on.
 class RowClock {
  public:
   /// Writes the time text of a row stamped `now` into `out` (kRowTimeSize bytes, zero
   /// terminated) and returns its length.
   size_t Stamp(const platform::WallTime& now, char* out);
+  /// Counts on as `rows` calls of Stamp with `now` would, without writing anything.
+  void Skip(const platform::WallTime& now, size_t rows);
 
  private:
+  // Sets the text for a row stamped `now` and returns the digits of its suffix.
+  size_t Enter(const platform::WallTime& now);
+  // Counts the suffix of `digits` digits on to the next row's.
+  void CountOn(size_t digits);
+
   static constexpr size_t kPrefixLength = 12;  // "hh:mm:ss:mmm"
   static constexpr size_t kMaxSuffixDigits = 19;
 

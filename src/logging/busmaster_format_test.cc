@@ -86,5 +86,33 @@ TEST(RowClockTest, LocalTimeThenASuffixThatGrowsWithinTheMillisecond) {
   EXPECT_EQ("1", Stamp(clock, 8, 1).substr(12));
 }
 
+TEST(RowClockTest, ACopyThatSkipsRowsLeavesTheClockWhereStampingThemWould) {
+  // Skip hands a block of rows over to a copy of the clock: afterwards the original stamps
+  // exactly what it would have stamped after as many rows of its own, and the copy stamps
+  // those rows.
+  struct Case {
+    size_t before;  // rows stamped in millisecond 0 before the skip
+    int millisecond;
+    size_t skipped;
+  };
+  for (const Case c : {Case{0, 0, 0}, {0, 0, 1}, {3, 0, 7}, {9, 0, 1}, {3, 0, 40}, {0, 0, 171},
+                       {5, 0, 300}, {5, 1, 0}, {5, 1, 12}}) {
+    RowClock stamped;
+    RowClock skipped;
+    for (size_t i = 0; i < c.before; ++i) {
+      Stamp(stamped, 7, 0);
+      Stamp(skipped, 7, 0);
+    }
+    RowClock copy = skipped;
+    skipped.Skip(platform::WallTime{7, c.millisecond}, c.skipped);
+    for (size_t i = 0; i < c.skipped; ++i) {
+      ASSERT_EQ(Stamp(stamped, 7, c.millisecond), Stamp(copy, 7, c.millisecond)) << i;
+    }
+    EXPECT_EQ(Stamp(stamped, 7, c.millisecond), Stamp(skipped, 7, c.millisecond))
+        << c.before << " " << c.skipped;
+    EXPECT_EQ(Stamp(stamped, 7, 2), Stamp(skipped, 7, 2));
+  }
+}
+
 }  // namespace
 }  // namespace kel

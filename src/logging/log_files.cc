@@ -215,6 +215,14 @@ size_t LogFile::WriteRow(const CanRow& row, const platform::WallTime& received) 
   return length;
 }
 
+void LogFile::AppendRows(const char* rows, size_t length) {
+  if (!IsOpen()) return;
+  if (used_ == 0) buffered_since_ms_ = platform::MonotonicMs();
+  std::memcpy(buffer_.get() + used_, rows, length);
+  used_ += length;
+  size_ += static_cast<int64_t>(length);
+}
+
 size_t LogFile::WriteNote(const char* text) {
   if (!IsOpen()) return 0;
   const std::string note = NoteText(text);
@@ -239,6 +247,10 @@ LogFile::TakenRows LogFile::TakeRows() {
 
 void LogFile::WriteTaken(const TakenRows& rows) {
   if (IsOpen() && rows.size > 0) file_.Write(rows.buffer.get(), rows.size);
+}
+
+void LogFile::WriteDirect(const char* rows, size_t length) {
+  if (IsOpen() && length > 0) file_.Write(rows, length);
 }
 
 void LogFile::Recycle(TakenRows&& rows) {

@@ -103,6 +103,11 @@ class LogFile {
   /// frame was `received` (rows taken from the board in one go share one reading of the
   /// clock). Returns its length.
   size_t WriteRow(const CanRow& row, const platform::WallTime& received);
+  /// Appends rows formatted elsewhere (whole rows, `length` bytes in all). At most one row
+  /// may go past Unfilled(): call it only when the rows held are not Full().
+  void AppendRows(const char* rows, size_t length);
+  /// Bytes that rows in memory may still grow by before they are Full().
+  size_t Unfilled() const { return used_ < kFlushSize ? kFlushSize - used_ : 0; }
   /// Writes a note line (a null text is "<null>"). Returns its length.
   size_t WriteNote(const char* text);
   /// Bytes written so far, those still in memory included; 0 without a file.
@@ -125,6 +130,13 @@ class LogFile {
   /// time, never while Flush, Close, WriteNote or a WriteRow that finds the buffer full
   /// runs; every other call may run meanwhile.
   void WriteTaken(const TakenRows& rows);
+  /// Counts `length` bytes of rows that the caller writes itself (WriteDirect) behind those
+  /// held in memory, which it has taken first (TakeRows).
+  void AddDirect(size_t length) {
+    if (IsOpen()) size_ += static_cast<int64_t>(length);
+  }
+  /// Writes rows counted by AddDirect, by the rules of WriteTaken.
+  void WriteDirect(const char* rows, size_t length);
   /// Keeps the buffer of written rows for the next TakeRows.
   void Recycle(TakenRows&& rows);
   /// The monotonic time (platform::MonotonicMs) at which the oldest row still held in
@@ -148,7 +160,8 @@ class LogFile {
   int64_t size_ = 0;
 };
 
-/// The process-wide clock of row time stamps (see RowClock); used under the logging lock.
+/// The process-wide clock of row time stamps (see RowClock): WriteRow's, and the logging
+/// service's, which takes its stamps under a lock of its own. Not thread-safe.
 RowClock& LogRowClock();
 
 /// Opens the log file `index` of the family of `base` in `path`, creating the directory

@@ -1,6 +1,7 @@
 #include "logging/logging_service.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -29,6 +30,9 @@ constexpr int kFlushDelayMs = 10;
 constexpr size_t kReadSize = 64 * 1024;
 constexpr size_t kNoteSize = 8192;  // the note text, zero included
 constexpr size_t kProcessNameSize = 255;
+// A block of rows at least this long is written to the file from the reader's own memory
+// rather than copied into the file's.
+constexpr size_t kDirectWriteSize = 64 * 1024;
 // While the readers wait for the board's end at a stop, the time limit is looked at this
 // often.
 constexpr int kCloseSliceMs = 20;
@@ -41,6 +45,17 @@ struct LoggingService::Reader {
   platform::Socket socket;
   std::atomic<bool> stop{false};
   platform::Thread thread;
+};
+
+// The rows of one receive, formatted outside the service's lock.
+struct LoggingService::RowBlock {
+  static constexpr size_t kMaxRows = kReadSize / kFrameSize;
+  static_assert(kMaxRowSize <= UINT8_MAX);
+
+  // Room for every row at its longest, and for the fixed-size copy of the last time stamp.
+  std::unique_ptr<char[]> text = std::make_unique_for_overwrite<char[]>((kMaxRows + 1) * kMaxRowSize);
+  std::array<uint8_t, kMaxRows> lengths;
+  size_t rows = 0;
 };
 
 LoggingConfig LoggingConfigFromSettings() {
@@ -189,6 +204,7 @@ LoggingStatus LoggingService::Status() const {
 
 void LoggingService::ReadLoop(Reader& reader) {
   const auto buffer = std::make_unique<uint8_t[]>(kReadSize);
+  const auto block = std::make_unique<RowBlock>();
   size_t held = 0;  // bytes of a record not yet whole
   bool unflushed = false;
   while (!reader.stop) {
@@ -198,7 +214,7 @@ void LoggingService::ReadLoop(Reader& reader) {
       held += got.bytes;
       const size_t whole = held - held % kFrameSize;
       if (whole > 0) {
-        LogRecords(reader.index + 1, buffer.get(), whole);
+        LogRecords(reader.index + 1, buffer.get(), whole, *block);
         std::memmove(buffer.get(), buffer.get() + whole, held - whole);
         held -= whole;
         unflushed = true;
@@ -221,27 +237,49 @@ void LoggingService::ReadLoop(Reader& reader) {
   if (unflushed) Flush();
 }
 
-void LoggingService::LogRecords(int channel, const uint8_t* bytes, size_t size) {
-  // The records of one receive arrived together: one reading of the clock serves them all.
-  // Each row is formatted straight into the file's buffer: formatting outside the lock
-  // would cost a second copy of every row, more than the lock's waits it would save.
-  const platform::WallTime received = platform::WallNow();
+void LoggingService::LogRecords(int channel, const uint8_t* bytes, size_t size, RowBlock& block) {
+  const uint8_t* const end = bytes + size - size % kFrameSize;
+  block.rows = 0;
+  for (const uint8_t* record = bytes; record < end; record += kFrameSize) {
+    if ((FrameWord(record, 0) & 0x80000000U) == 0) ++block.rows;  // negative: not a CAN record
+  }
+  uint64_t turn = 0;
+  if (block.rows > 0) {
+    // The block's stamps and its turn are taken in one step; the records of one receive
+    // arrived together, so one reading of the clock serves them all.
+    RowClock clock;
+    platform::WallTime now;
+    {
+      const std::lock_guard<std::mutex> stamps(stamp_lock_);
+      now = platform::WallNow();
+      clock = LogRowClock();
+      LogRowClock().Skip(now, block.rows);
+      turn = next_block_++;
+    }
+    char* out = block.text.get();
+    size_t n = 0;
+    for (const uint8_t* record = bytes; record < end; record += kFrameSize) {
+      const uint32_t id = FrameWord(record, 0);
+      if ((id & 0x80000000U) != 0) continue;
+      const uint32_t flags = FrameWord(record, 1);
+      CanRow row;
+      row.channel = channel;
+      row.id = id;
+      row.extended = (flags & kInfoExtended) != 0;
+      row.dlc = static_cast<int>(flags & 0xFF);
+      std::memcpy(row.data.data(), record + 8, 8);
+      const size_t time_length = clock.Stamp(now, out);
+      const size_t length = time_length + FormatRowFields(row, out + time_length);
+      block.lengths[n++] = static_cast<uint8_t>(length);
+      out += length;
+    }
+  }
   std::unique_lock<std::mutex> hold(lock_);
-  for (const uint8_t* record = bytes; record + kFrameSize <= bytes + size; record += kFrameSize) {
-    const uint32_t id = FrameWord(record, 0);
-    if ((id & 0x80000000U) != 0) continue;  // a negative identifier: not a CAN record
-    const uint32_t flags = FrameWord(record, 1);
-    if (static_cast<uint64_t>(file_.Size()) >= size_limit_) Rotate(hold);
-    CanRow row;
-    row.channel = channel;
-    row.id = id;
-    row.extended = (flags & kInfoExtended) != 0;
-    row.dlc = static_cast<int>(flags & 0xFF);
-    std::memcpy(row.data.data(), record + 8, 8);
-    const size_t length = file_.WriteRow(row, received);
-    bytes_written_ += length;
-    if (length > 0) ++rows_written_;
-    if (file_.Full()) WriteOutsideLock(hold);
+  if (block.rows > 0) {
+    block_appended_.wait(hold, [&] { return next_append_ == turn; });
+    AppendRows(hold, block);
+    ++next_append_;
+    block_appended_.notify_all();
   }
   const uint64_t since = file_.BufferedSinceMs();
   if (since != 0 && platform::MonotonicMs() - since >= kFlushDelayMs) {
@@ -250,16 +288,50 @@ void LoggingService::LogRecords(int channel, const uint8_t* bytes, size_t size) 
   }
 }
 
-void LoggingService::WriteOutsideLock(std::unique_lock<std::mutex>& hold) {
-  LogFile::TakenRows rows = file_.TakeRows();
+void LoggingService::AppendRows(std::unique_lock<std::mutex>& hold, const RowBlock& block) {
+  const char* text = block.text.get();
+  size_t i = 0;
+  while (i < block.rows) {
+    if (file_.Full()) WriteOutsideLock(hold);
+    if (static_cast<uint64_t>(file_.Size()) >= size_limit_) Rotate(hold);
+    if (!file_.IsOpen()) return;  // no file: the rows are lost, and not counted
+    // The rows up to the one that brings the file to its limit: a flood's large block goes
+    // to the file as it is, a small one is copied behind the rows held in memory (as far
+    // as they may grow).
+    const auto size = static_cast<uint64_t>(file_.Size());
+    size_t bytes = 0;
+    size_t j = i;
+    do {
+      bytes += block.lengths[j++];
+    } while (j < block.rows && size + bytes < size_limit_);
+    if (bytes >= kDirectWriteSize) {
+      WriteOutsideLock(hold, text, bytes);
+    } else {
+      const size_t room = file_.Unfilled();
+      while (bytes > room && j > i + 1) bytes -= block.lengths[--j];
+      file_.AppendRows(text, bytes);
+    }
+    bytes_written_ += bytes;
+    rows_written_ += j - i;
+    text += bytes;
+    i = j;
+  }
+  if (file_.Full()) WriteOutsideLock(hold);
+}
+
+void LoggingService::WriteOutsideLock(std::unique_lock<std::mutex>& hold, const char* rows,
+                                      size_t length) {
+  LogFile::TakenRows held = file_.TakeRows();
+  file_.AddDirect(length);
   // Taking the file's write lock before the service's lock is let go keeps the writes in
-  // the order the rows were taken; meanwhile the other readers go on writing rows.
+  // the order the rows were taken; meanwhile the other readers go on formatting rows.
   std::unique_lock<std::mutex> io(io_lock_);
   hold.unlock();
-  file_.WriteTaken(rows);
+  file_.WriteTaken(held);
+  file_.WriteDirect(rows, length);
   io.unlock();
   hold.lock();
-  file_.Recycle(std::move(rows));
+  file_.Recycle(std::move(held));
 }
 
 void LoggingService::Flush() {

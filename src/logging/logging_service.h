@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -45,8 +46,11 @@ struct LoggingStatus {
 /// Records the CAN traffic of the board's ports into rotating BUSMASTER files. A run opens
 /// its own connections, one per port from the base port up (at most kMaxConnections, up
 /// to the first port that refuses), and reads 16-byte frame records on one thread per
-/// connection; every CAN record (identifier not negative) becomes a row, written under
-/// the service's lock together with the notes and the rotation.
+/// connection; every CAN record (identifier not negative) becomes a row. Each reader
+/// formats the rows of a receive into a block of its own, with time stamps it takes from
+/// the row clock in one step, and appends the block under the service's lock in the order
+/// the stamps were taken, so that the suffixes grow along the file across readers; the
+/// notes and the rotation (exact to the row) go under the same lock.
 ///
 /// Start, Stop, SetLimits and Status are called from one thread (the command thread);
 /// Note may be called from any thread.
@@ -97,17 +101,24 @@ class LoggingService {
 
  private:
   struct Reader;
+  struct RowBlock;
 
   void ReadLoop(Reader& reader);
   void StartMonitors(const LoggingConfig& config);
-  // Writes the whole records of `bytes` as rows of `channel`, rotating by size.
-  void LogRecords(int channel, const uint8_t* bytes, size_t size);
+  // Writes the whole records of `bytes` as rows of `channel`, formatted in `block`, rotating
+  // by size.
+  void LogRecords(int channel, const uint8_t* bytes, size_t size, RowBlock& block);
+  // Appends the formatted rows of `block` to the file, rotating before every row that
+  // finds the file at its size limit; `hold` is held on entry and on return.
+  void AppendRows(std::unique_lock<std::mutex>& hold, const RowBlock& block);
   void Flush();
   // Closes the file, opens the next one and deletes the oldest, the last with only
   // io_lock_ held; `hold` is held again on return.
   void Rotate(std::unique_lock<std::mutex>& hold);
-  // Writes the full buffer of rows with only io_lock_ held, then takes `hold` again.
-  void WriteOutsideLock(std::unique_lock<std::mutex>& hold);
+  // Writes the rows held in memory (a full buffer), then `length` bytes of `rows` straight
+  // from the caller's block, with only io_lock_ held; then takes `hold` again.
+  void WriteOutsideLock(std::unique_lock<std::mutex>& hold, const char* rows = nullptr,
+                        size_t length = 0);
 
   std::atomic<bool> lock_ready_{false};  // notes are taken
   std::atomic<bool> running_{false};
@@ -117,10 +128,16 @@ class LoggingService {
   UsbNotifyMonitor usb_monitor_;
   UsbNotifyMonitor::SourceFactory usb_source_ = UsbNotifyMonitor::OpenSystemSource;
 
+  // Guards the row clock (LogRowClock) and next_block_: a block's stamps and its place
+  // in the file's order are taken together.
+  std::mutex stamp_lock_;
+  uint64_t next_block_ = 0;
   // Writes to the file: taken after lock_ by every call that may write, and alone by the
   // write of a full buffer, so that rows go on being written meanwhile.
   std::mutex io_lock_;
   mutable std::mutex lock_;  // guards everything below
+  std::condition_variable block_appended_;
+  uint64_t next_append_ = 0;  // the block whose turn it is to be appended
   LogFile file_;
   std::string path_;
   std::string name_;

@@ -19,6 +19,7 @@ struct ParsedLog {
   bool header = false;                 ///< the text begins with the header lines
   bool footer = false;                 ///< the text ends with the footer lines
   std::vector<CanRow> rows;            ///< data bytes past the DLC are zero
+  std::vector<std::string> times;      ///< the time text of each row
   std::vector<std::string> notes;      ///< the texts of the note lines
   std::vector<std::string> bad_lines;  ///< any other line
   std::string cut;                     ///< a last line without its CR LF
@@ -71,6 +72,7 @@ inline ParsedLog ParseLog(std::string_view text) {
       log.notes.push_back(line.substr(9, line.size() - 12));
     } else if (ParseRow(line, row)) {
       log.rows.push_back(row);
+      log.times.push_back(line.substr(0, line.find(' ')));
     } else {
       log.bad_lines.push_back(line);
     }
