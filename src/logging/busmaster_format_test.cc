@@ -95,8 +95,15 @@ TEST(RowClockTest, ACopyThatSkipsRowsLeavesTheClockWhereStampingThemWould) {
     int millisecond;
     size_t skipped;
   };
-  for (const Case c : {Case{0, 0, 0}, {0, 0, 1}, {3, 0, 7}, {9, 0, 1}, {3, 0, 40}, {0, 0, 171},
-                       {5, 0, 300}, {5, 1, 0}, {5, 1, 12}}) {
+  for (const Case c : {Case{0, 0, 0},
+                       {0, 0, 1},
+                       {3, 0, 7},
+                       {9, 0, 1},
+                       {3, 0, 40},
+                       {0, 0, 171},
+                       {5, 0, 300},
+                       {5, 1, 0},
+                       {5, 1, 12}}) {
     RowClock stamped;
     RowClock skipped;
     for (size_t i = 0; i < c.before; ++i) {

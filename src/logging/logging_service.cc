@@ -53,9 +53,12 @@ struct LoggingService::RowBlock {
   static_assert(kMaxRowSize <= UINT8_MAX);
 
   // Room for every row at its longest, and for the fixed-size copy of the last time stamp.
-  std::unique_ptr<char[]> text = std::make_unique_for_overwrite<char[]>((kMaxRows + 1) * kMaxRowSize);
+  std::unique_ptr<char[]> text =
+      std::make_unique_for_overwrite<char[]>((kMaxRows + 1) * kMaxRowSize);
   std::array<uint8_t, kMaxRows> lengths;
   size_t rows = 0;
+  uint64_t turn = 0;                // its place in the file's order; guarded by lock_
+  std::atomic<bool> queued{false};  // waits to be appended; written under lock_
 };
 
 LoggingConfig LoggingConfigFromSettings() {
@@ -204,7 +207,10 @@ LoggingStatus LoggingService::Status() const {
 
 void LoggingService::ReadLoop(Reader& reader) {
   const auto buffer = std::make_unique<uint8_t[]>(kReadSize);
-  const auto block = std::make_unique<RowBlock>();
+  // Two blocks: while one waits for its turn, the next receive is formatted into the other.
+  const std::array<std::unique_ptr<RowBlock>, 2> blocks = {std::make_unique<RowBlock>(),
+                                                           std::make_unique<RowBlock>()};
+  size_t next_block = 0;
   size_t held = 0;  // bytes of a record not yet whole
   bool unflushed = false;
   while (!reader.stop) {
@@ -214,7 +220,8 @@ void LoggingService::ReadLoop(Reader& reader) {
       held += got.bytes;
       const size_t whole = held - held % kFrameSize;
       if (whole > 0) {
-        LogRecords(reader.index + 1, buffer.get(), whole, *block);
+        LogRecords(reader.index + 1, buffer.get(), whole, *blocks[next_block]);
+        next_block ^= 1;
         std::memmove(buffer.get(), buffer.get() + whole, held - whole);
         held -= whole;
         unflushed = true;
@@ -234,10 +241,18 @@ void LoggingService::ReadLoop(Reader& reader) {
     if (wait == platform::WaitStatus::kError) break;
     if (wait == platform::WaitStatus::kException) platform::SleepMs(1);
   }
+  for (const std::unique_ptr<RowBlock>& block : blocks) AwaitAppended(*block);
   if (unflushed) Flush();
 }
 
+void LoggingService::AwaitAppended(const RowBlock& block) {
+  if (!block.queued) return;
+  std::unique_lock<std::mutex> hold(lock_);
+  block_appended_.wait(hold, [&block] { return !block.queued; });
+}
+
 void LoggingService::LogRecords(int channel, const uint8_t* bytes, size_t size, RowBlock& block) {
+  AwaitAppended(block);
   const uint8_t* const end = bytes + size - size % kFrameSize;
   block.rows = 0;
   for (const uint8_t* record = bytes; record < end; record += kFrameSize) {
@@ -276,10 +291,22 @@ void LoggingService::LogRecords(int channel, const uint8_t* bytes, size_t size, 
   }
   std::unique_lock<std::mutex> hold(lock_);
   if (block.rows > 0) {
-    block_appended_.wait(hold, [&] { return next_append_ == turn; });
-    AppendRows(hold, block);
-    ++next_append_;
-    block_appended_.notify_all();
+    // The block waits for its turn; whoever appends the block before it appends it too,
+    // so no reader waits for another's turn.
+    block.turn = turn;
+    block.queued = true;
+    queued_.push_back(&block);
+    for (;;) {
+      const auto next = std::find_if(queued_.begin(), queued_.end(),
+                                     [this](const RowBlock* b) { return b->turn == next_append_; });
+      if (next == queued_.end()) break;
+      RowBlock& appended = **next;
+      queued_.erase(next);
+      AppendRows(hold, appended);
+      ++next_append_;
+      appended.queued = false;
+      block_appended_.notify_all();
+    }
   }
   const uint64_t since = file_.BufferedSinceMs();
   if (since != 0 && platform::MonotonicMs() - since >= kFlushDelayMs) {

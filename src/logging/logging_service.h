@@ -108,6 +108,8 @@ class LoggingService {
   // Writes the whole records of `bytes` as rows of `channel`, formatted in `block`, rotating
   // by size.
   void LogRecords(int channel, const uint8_t* bytes, size_t size, RowBlock& block);
+  // Returns once `block` is no longer queued for its turn.
+  void AwaitAppended(const RowBlock& block);
   // Appends the formatted rows of `block` to the file, rotating before every row that
   // finds the file at its size limit; `hold` is held on entry and on return.
   void AppendRows(std::unique_lock<std::mutex>& hold, const RowBlock& block);
@@ -137,7 +139,8 @@ class LoggingService {
   std::mutex io_lock_;
   mutable std::mutex lock_;  // guards everything below
   std::condition_variable block_appended_;
-  uint64_t next_append_ = 0;  // the block whose turn it is to be appended
+  uint64_t next_append_ = 0;       // the turn of the block to be appended next
+  std::vector<RowBlock*> queued_;  // formatted blocks waiting for their turn
   LogFile file_;
   std::string path_;
   std::string name_;

@@ -84,7 +84,8 @@ TEST_F(LoggingServiceTest, FourFloodedChannelsLoseNoFrameAndKeepTheirOrderAcross
       threads.emplace_back([&, channel] {
         const std::vector<uint8_t>& stream = streams[channel];
         for (size_t at = 0; at < stream.size(); at += kChunk) {
-          if (!senders[channel].SendBytes(stream.data() + at, std::min(kChunk, stream.size() - at))) {
+          if (!senders[channel].SendBytes(stream.data() + at,
+                                          std::min(kChunk, stream.size() - at))) {
             sent = false;
           }
         }
