@@ -5,10 +5,11 @@
 //
 // The device is this program: an echo port (ping-pong) and, on the next port, a stream
 // port that sends 16-byte frames for as long as its client sends them.
-//   throughput  a client and the device stream 16-byte frames at each other through the
-//               relay, both ways at once, for SECONDS (2): bytes received by both ends per
-//               second; once with one frame per send() (the load's own sends are the limit
-//               then) and once with 64 frames per send() (the relay's work is the limit)
+//   throughput  clients and the device stream 16-byte frames at each other through the
+//               relay, both ways at once, for SECONDS (2): bytes received by all ends per
+//               second; one client with one frame per send() (the load's own sends are the
+//               limit then) and with 64 frames per send() (the relay's work is the limit),
+//               then 10 and 50 clients at once with one frame per send() each
 //   latency     PINGS (20000) round trips per round of one 16-byte frame through the relay,
 //               minus the same round trips straight to the device (p50 and p99); the paths
 //               take turns every 100 round trips
@@ -21,19 +22,20 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "core/parse.h"
 #include "device/frame.h"
 #include "platform/clock.h"
 #include "platform/socket.h"
 #include "platform/subprocess.h"
 #include "proxy/free_ports.h"
 #include "proxy/tcp_server.h"
-#include "core/parse.h"
 
 namespace kel {
 namespace {
@@ -110,8 +112,8 @@ class Device {
     for (Socket& listener : listeners_) listener.Shutdown();
     for (std::thread& thread : accepters_) thread.join();
     std::lock_guard lock(mutex_);
-    for (const std::shared_ptr<Socket>& socket : sockets_) socket->Shutdown();
-    for (std::thread& thread : threads_) thread.join();
+    for (Connection& c : connections_) c.socket->Shutdown();
+    for (Connection& c : connections_) c.thread.join();
   }
 
   int EchoPort() const { return port_; }
@@ -119,14 +121,33 @@ class Device {
   uint64_t StreamReceived() const { return received_.load(); }
 
  private:
+  struct Connection {
+    std::shared_ptr<Socket> socket;
+    std::shared_ptr<std::atomic<bool>> done = std::make_shared<std::atomic<bool>>(false);
+    std::thread thread;
+  };
+
   void Accept(int which) {
     while (!stop_) {
       auto socket = std::make_shared<Socket>(platform::Accept(listeners_[which]));
       if (!socket->Valid()) continue;
       std::lock_guard lock(mutex_);
-      sockets_.push_back(socket);
-      threads_.emplace_back(
-          [this, which, socket] { which == 0 ? Echo(*socket) : Stream(*socket); });
+      // Connections of earlier runs that have ended go first, so that many runs of many
+      // clients hold no threads.
+      for (auto it = connections_.begin(); it != connections_.end();) {
+        if (*it->done) {
+          it->thread.join();
+          it = connections_.erase(it);
+        } else {
+          ++it;
+        }
+      }
+      Connection& c = connections_.emplace_back();
+      c.socket = socket;
+      c.thread = std::thread([this, which, socket, done = c.done] {
+        which == 0 ? Echo(*socket) : Stream(*socket);
+        *done = true;
+      });
     }
   }
 
@@ -159,8 +180,7 @@ class Device {
   std::atomic<uint64_t> received_{0};
   std::vector<std::thread> accepters_;
   std::mutex mutex_;
-  std::vector<std::shared_ptr<Socket>> sockets_;
-  std::vector<std::thread> threads_;
+  std::list<Connection> connections_;
 };
 
 // A relay process; ended at the end.
@@ -202,15 +222,32 @@ class Relay {
   platform::ChildProcess process_;
 };
 
-// Bytes per second (both ends together) of a two-way stream of frames through `port`,
-// `burst` frames per send().
-double Throughput(Device& device, int port, uint8_t burst, double seconds) {
-  const Socket socket = Open(port);
-  if (!socket.Valid() || !SendAll(socket, &burst, 1)) Fail("no stream connection");
+// What a throughput run uses: how many clients stream at once, each with `burst` frames per
+// send().
+struct Load {
+  int clients;
+  uint8_t burst;
+};
+constexpr Load kLoads[] = {{1, 1}, {1, 64}, {10, 1}, {50, 1}};
+constexpr size_t kLoadCount = std::size(kLoads);
+
+// Bytes per second (all ends together) of two-way streams of frames through `port`, one
+// per client.
+double Throughput(Device& device, int port, const Load& load, double seconds) {
+  std::vector<Socket> sockets;
+  for (int i = 0; i < load.clients; ++i) {
+    sockets.push_back(Open(port));
+    if (!sockets.back().Valid() || !SendAll(sockets.back(), &load.burst, 1)) {
+      Fail("no stream connection");
+    }
+  }
   std::atomic<bool> stop{false};
   std::atomic<uint64_t> received{0};
-  std::thread writer([&] { StreamFrames(socket, burst, stop); });
-  std::thread reader([&] { CountBytes(socket, received); });
+  std::vector<std::thread> threads;
+  for (const Socket& socket : sockets) {
+    threads.emplace_back([&] { StreamFrames(socket, load.burst, stop); });
+    threads.emplace_back([&] { CountBytes(socket, received); });
+  }
   platform::SleepMs(kWarmUpMs);
   const uint64_t start_ns = platform::MonotonicNs();
   const uint64_t start_bytes = received + device.StreamReceived();
@@ -218,9 +255,8 @@ double Throughput(Device& device, int port, uint8_t burst, double seconds) {
   const uint64_t bytes = received + device.StreamReceived() - start_bytes;
   const uint64_t elapsed_ns = platform::MonotonicNs() - start_ns;
   stop = true;
-  socket.Shutdown();
-  writer.join();
-  reader.join();
+  for (const Socket& socket : sockets) socket.Shutdown();
+  for (std::thread& thread : threads) thread.join();
   return static_cast<double>(bytes) * 1e9 / static_cast<double>(elapsed_ns);
 }
 
@@ -255,8 +291,8 @@ struct Target {
   Target(int echo, int stream) : echo_port(echo), stream_port(stream) {}
   int echo_port;
   int stream_port;
-  std::vector<double> rates[2];  // bytes per second in each round, for 1 and 64 frames per send
-  std::vector<uint64_t> times;   // round trips, ns
+  std::vector<double> rates[kLoadCount];  // bytes per second in each round, per load
+  std::vector<uint64_t> times;            // round trips, ns
 };
 
 int Main(int argc, char** argv) {
@@ -302,18 +338,17 @@ int Main(int argc, char** argv) {
   // Each round streams through every path in turn, the relays in alternating order, so
   // that a change of the machine's load between rounds touches them alike; the figures are
   // the medians of the rounds.
-  constexpr uint8_t kBursts[2] = {1, 64};
   Target direct(device.EchoPort(), device.StreamPort());
   Target via_socat(socat_first, socat_first + 1);
   Target via_kelcmd(kelcmd.Port(), kelcmd.Port() + 1);
   Target* const paths[3] = {&direct, &via_socat, &via_kelcmd};
-  std::vector<double> ratios[2];
+  std::vector<double> ratios[kLoadCount];
   for (int round = 0; round < rounds; ++round) {
     Target* order[3] = {paths[0], paths[1], paths[2]};
     if (round % 2 == 1) std::swap(order[1], order[2]);
-    for (int b = 0; b < 2; ++b) {
+    for (size_t b = 0; b < kLoadCount; ++b) {
       for (Target* t : order) {
-        t->rates[b].push_back(Throughput(device, t->stream_port, kBursts[b], seconds));
+        t->rates[b].push_back(Throughput(device, t->stream_port, kLoads[b], seconds));
       }
       ratios[b].push_back(via_kelcmd.rates[b].back() / via_socat.rates[b].back());
     }
@@ -330,12 +365,17 @@ int Main(int argc, char** argv) {
   }
 
   const double mb = 1e6;
-  for (int b = 0; b < 2; ++b) {
+  for (size_t b = 0; b < kLoadCount; ++b) {
+    const Load& load = kLoads[b];
+    // One frame per send is the relay's own target; more frames per send, or more
+    // clients, must keep up with socat.
+    const double target = load.clients == 1 && load.burst == 1 ? 1.1 : 1.0;
     std::printf(
-        "proxy: throughput, %u frame%s per send: kelcmd %.2f MB/s, socat %.2f MB/s (direct %.2f "
-        "MB/s), ratio %.2f (target >= 1.00)\n",
-        kBursts[b], kBursts[b] == 1 ? "" : "s", Median(via_kelcmd.rates[b]) / mb,
-        Median(via_socat.rates[b]) / mb, Median(direct.rates[b]) / mb, Median(ratios[b]));
+        "proxy: throughput, %d client%s, %u frame%s per send: kelcmd %.2f MB/s, socat %.2f MB/s "
+        "(direct %.2f MB/s), ratio %.2f (target >= %.2f)\n",
+        load.clients, load.clients == 1 ? "" : "s", load.burst, load.burst == 1 ? "" : "s",
+        Median(via_kelcmd.rates[b]) / mb, Median(via_socat.rates[b]) / mb,
+        Median(direct.rates[b]) / mb, Median(ratios[b]), target);
   }
   for (const double fraction : {0.50, 0.99}) {
     const double base = PercentileUs(direct.times, fraction);

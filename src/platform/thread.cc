@@ -71,4 +71,6 @@ bool Thread::JoinFor(int timeout_ms) {
   return finished;
 }
 
+void YieldThread() { std::this_thread::yield(); }
+
 }  // namespace kel::platform

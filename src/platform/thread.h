@@ -9,6 +9,9 @@ namespace kel::platform {
 /// How long an owner waits for one of its threads to end after waking it.
 inline constexpr int kThreadJoinLimitMs = 3000;
 
+/// Lets threads that are ready to run go first; returns at once when there is none.
+void YieldThread();
+
 /// A thread with an owner and a stop. Nothing ends a thread by force: its owner wakes it
 /// (by shutting down the socket it blocks on) and joins it with a time limit; a thread
 /// that still runs at the limit is detached, and the owner notes that.

@@ -146,6 +146,7 @@ void CanProxy::Core::Relay(Upstream& upstream, TcpClient& client) {
     if (r.status == platform::IoStatus::kWouldBlock) continue;
     if (r.status != platform::IoStatus::kOk) break;
     if (!client.Send(block, r.bytes)) return;
+    if (r.bytes < kSmallReceive) platform::YieldThread();
   }
   // The device's end reaches the client as the end of its stream, so that a reader there
   // fails at once instead of waiting for its time limit.

@@ -141,6 +141,7 @@ void TcpServer::Core::ServeClient(const DataCallback& on_data,
     if (r.status != platform::IoStatus::kOk) break;
     Report(sink, MessageLevel::kTrace, kReceivedText, client->Id(), ByteCount(r.bytes));
     if (on_data) on_data(*client, block, r.bytes);
+    if (r.bytes < kSmallReceive) platform::YieldThread();
   }
   Report(sink, MessageLevel::kTrace, kClientDisconnectedText);
   // The disconnect callback comes before the shutdown, so that what is still on its way to

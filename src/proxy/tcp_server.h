@@ -11,6 +11,13 @@
 
 namespace kel {
 
+/// A relay that received fewer bytes than this lets the other ready threads run before it
+/// receives again. Under a flood of small sends (one frame each) the next receive then
+/// takes what came meanwhile in one go, so the relay costs a receive and a send per block
+/// rather than per frame, and leaves the processor to the senders; on a quiet machine the
+/// yield returns at once and a lone frame is not held back.
+inline constexpr size_t kSmallReceive = 1024;
+
 /// One accepted client of a TcpServer. Its thread, and threads its callbacks start, share
 /// it; the socket closes when the last of them lets it go.
 class TcpClient {
