@@ -28,10 +28,11 @@ uint64_t DataOf(const uint8_t* frame) {
 uint64_t DataMask(uint8_t dlc) { return dlc >= 8 ? ~uint64_t{0} : (uint64_t{1} << 8 * dlc) - 1; }
 
 // Waits up to 15 s for the frame whose header matches `expected`, dropping every other
-// frame, and compares its data. kOk when it came whole; -15 when its data differs; -14
-// when frames came but none matched, -13 when the last second brought no frame (at once
-// when the link breaks); user termination as soon as an interrupt is requested.
-ResultCode AwaitMessage(DeviceLink& link, const FrameBytes& expected, FrameBytes& frame) {
+// frame, and compares its data; frames are checked where they lie in the link's buffer.
+// kOk when it came whole; -15 when its data differs; -14 when frames came but none
+// matched, -13 when the last second brought no frame (at once when the link breaks);
+// user termination as soon as an interrupt is requested.
+ResultCode AwaitMessage(DeviceLink& link, const FrameBytes& expected) {
   const uint32_t id = FrameWord(expected.data(), 0);
   const uint32_t info = FrameWord(expected.data(), 1);
   const uint64_t mask = DataMask(expected[4]);
@@ -51,14 +52,15 @@ ResultCode AwaitMessage(DeviceLink& link, const FrameBytes& expected, FrameBytes
         break;
       }
     }
-    got_frame = link.ReceiveFrame(frame.data(), kReceiveSliceMs);
+    const uint8_t* const frame = link.NextFrame(kReceiveSliceMs);
+    got_frame = frame != nullptr;
     if (!got_frame) {
       if (link.Broken()) break;
       continue;
     }
-    if (IsCommandFrame(frame.data()) || FrameWord(frame.data(), 0) != id) continue;
-    if (((FrameWord(frame.data(), 1) ^ info) & kComparedInfoBits) != 0) continue;
-    return (DataOf(frame.data()) & mask) == data ? kOk : kErrIntegrity;
+    if (IsCommandFrame(frame) || FrameWord(frame, 0) != id) continue;
+    if (((FrameWord(frame, 1) ^ info) & kComparedInfoBits) != 0) continue;
+    return (DataOf(frame) & mask) == data ? kOk : kErrIntegrity;
   }
   return got_frame ? kErrMatch : kErrReceive;
 }
@@ -82,7 +84,7 @@ ResultCode HandleReceive(const CommandEntry& entry, std::string_view& rest, Outp
   ResultCode failure = kOk;
   ProgressLine progress(text::kReceivingProgress, total, received);
   const auto receive = [&](const FrameBytes& expected) {
-    failure = AwaitMessage(link, expected, frame);
+    failure = AwaitMessage(link, expected);
     if (failure != kOk) return false;
     ++received;
     return true;

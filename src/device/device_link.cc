@@ -117,8 +117,17 @@ bool DeviceLink::SendCanData(const uint8_t* data, size_t length) {
 }
 
 bool DeviceLink::ReceiveFrameWaiting(uint8_t* frame, int timeout_ms) {
-  std::memset(frame, 0, kFrameSize);
-  if (!socket_.Valid() || broken_) return false;
+  const uint8_t* const next = NextFrameWaiting(timeout_ms);
+  if (next == nullptr) {
+    std::memset(frame, 0, kFrameSize);
+    return false;
+  }
+  std::memcpy(frame, next, kFrameSize);
+  return true;
+}
+
+const uint8_t* DeviceLink::NextFrameWaiting(int timeout_ms) {
+  if (!socket_.Valid() || broken_) return nullptr;
   while (!buffer_.HasFrame()) {
     const std::span<uint8_t> space = buffer_.Space();
     const platform::IoResult r = platform::Receive(socket_, space.data(), space.size());
@@ -128,21 +137,21 @@ bool DeviceLink::ReceiveFrameWaiting(uint8_t* frame, int timeout_ms) {
     }
     if (r.status != platform::IoStatus::kWouldBlock) {
       MarkBroken();
-      return false;
+      return nullptr;
     }
     const platform::WaitStatus w = platform::WaitReadable(socket_, timeout_ms);
     if (w == platform::WaitStatus::kTimeout) {
       buffer_.Clear();  // a frame cut off by the limit is dropped whole
-      return false;
+      return nullptr;
     }
     if (w != platform::WaitStatus::kReadable) {
       MarkBroken();
-      return false;
+      return nullptr;
     }
   }
-  buffer_.TakeFrame(frame);
+  const uint8_t* const frame = buffer_.TakeFrameInPlace();
   if (*debug_socket_) ConsoleWrite(ReceivedText(frame));
-  return true;
+  return frame;
 }
 
 bool DeviceLink::Transact(uint8_t* answer, int timeout_ms, uint32_t command, uint32_t answer_code,

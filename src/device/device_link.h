@@ -56,6 +56,14 @@ class DeviceLink {
     return ReceiveFrameWaiting(frame, timeout_ms);
   }
 
+  /// ReceiveFrame without the copy: the next whole frame where it lies in the link's
+  /// buffer, valid until the next call that receives or sends on the link; null where
+  /// ReceiveFrame fails.
+  const uint8_t* NextFrame(int timeout_ms) {
+    if (HasBufferedFrame() && !*debug_socket_) return buffer_.TakeFrameInPlace();
+    return NextFrameWaiting(timeout_ms);
+  }
+
   /// True when a whole frame has been received and not handed out yet: the next
   /// ReceiveFrame returns at once, without a system call.
   bool HasBufferedFrame() const { return buffer_.HasFrame(); }
@@ -77,6 +85,7 @@ class DeviceLink {
   // Receives what is there into the buffer, making room by dropping old whole frames.
   void TakeWaitingInput();
   bool ReceiveFrameWaiting(uint8_t* frame, int timeout_ms);
+  const uint8_t* NextFrameWaiting(int timeout_ms);
   void MarkBroken();
 
   const bool* debug_socket_;  // the socket debug flag of the settings

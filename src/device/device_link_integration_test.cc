@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
 #include <vector>
 
 #include "device/command_codes.h"
@@ -86,6 +87,32 @@ TEST(DeviceLinkTest, AFrameCutOffByTheLimitIsDroppedWhole) {
   ASSERT_TRUE(link.SendCommand(code::kReset, 0, 0, 0));
   ASSERT_TRUE(link.ReceiveFrame(got.data(), 5000));
   EXPECT_EQ(whole, got) << "the next frame starts clean";
+  link.Disconnect();
+}
+
+TEST(DeviceLinkTest, NextFrameHandsOutFramesWhereTheyLieInOrderThenFailsAtTheEnd) {
+  // Three frames in one write, then one in two parts, then the board closes.
+  FakeBoard board([](platform::Socket& client) {
+    std::vector<uint8_t> stream;
+    for (uint32_t n = 0; n < 4; ++n) {
+      const FrameBytes frame = Answer(code::kOutputs, n);
+      stream.insert(stream.end(), frame.begin(), frame.end());
+    }
+    FakeBoard::Write(client, stream.data(), 3 * kFrameSize + 5);
+    platform::SleepMs(50);
+    FakeBoard::Write(client, stream.data() + 3 * kFrameSize + 5, kFrameSize - 5);
+  });
+  DeviceLink link;
+  ASSERT_TRUE(link.Connect("127.0.0.1", board.Port()));
+  for (uint32_t n = 0; n < 4; ++n) {
+    const uint8_t* const frame = link.NextFrame(5000);
+    ASSERT_NE(nullptr, frame) << n;
+    FrameBytes got;
+    std::memcpy(got.data(), frame, kFrameSize);
+    EXPECT_EQ(Answer(code::kOutputs, n), got);
+  }
+  EXPECT_EQ(nullptr, link.NextFrame(5000));
+  EXPECT_TRUE(link.Broken());
   link.Disconnect();
 }
 

@@ -25,10 +25,14 @@ class FrameBuffer {
   /// True when a whole frame waits.
   bool HasFrame() const { return end_ - start_ >= kFrameSize; }
   /// Copies the next whole frame into `frame`. Only when HasFrame.
-  void TakeFrame(uint8_t* frame) {
-    std::memcpy(frame, data_.data() + start_, kFrameSize);
+  void TakeFrame(uint8_t* frame) { std::memcpy(frame, TakeFrameInPlace(), kFrameSize); }
+  /// Hands out the next whole frame where it lies: valid until the next Space or Added.
+  /// Only when HasFrame.
+  const uint8_t* TakeFrameInPlace() {
+    const uint8_t* const frame = data_.data() + start_;
     start_ += kFrameSize;
     if (start_ == end_) start_ = end_ = 0;
+    return frame;
   }
 
   /// The free space behind the bytes held, which move to the front first; empty when the
