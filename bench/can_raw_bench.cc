@@ -6,7 +6,13 @@
 //   can_raw_bench blast PORT N     the same frames, many per send(): a feeder for receivers
 //   can_raw_bench recv PORT N      reads N counter frames and checks each
 //   can_raw_bench ping PORT N      N echo round trips, one frame at a time
-//   can_raw_bench filter AM AR     lists the identifiers 0 to 2^29-1 that match, as filt tst
+//   can_raw_bench int PORT N       N `int 0` transactions on one connection: a blocking
+//                                  send of the command, a blocking read of the answer
+//   can_raw_bench intconn PORT N   the same with a connection of its own per transaction,
+//                                  as kelcmd opens one per command line
+//   can_raw_bench filter AM AR     lists the identifiers 0 to 2^29-1 that match, as filt tst:
+//                                  counts each block of 256 with the same compare, prints
+//                                  the matches of the blocks that have any
 //   can_raw_bench clients PORT N   waits until the board counts N clients besides this one
 //
 // Exits 0 when the work was done, 1 otherwise.
@@ -122,10 +128,44 @@ int Ping(uint16_t port, uint32_t count) {
   return 0;
 }
 
+// Sends the `int 0` command and reads frames up to its answer; false when the link fails.
+bool Transaction(const platform::Socket& socket) {
+  const FrameBytes request = EncodeCommand(CommandFrame{code::kInternal, 0, 0, 0});
+  if (!SendAll(socket, request.data(), request.size())) return false;
+  uint8_t answer[kFrameSize];
+  do {
+    if (!ReadFrame(socket, answer)) return false;
+  } while (FrameWord(answer, 0) != code::kInternal);
+  return true;
+}
+
+int Transactions(uint16_t port, uint32_t count) {
+  const platform::Socket socket = bench::ConnectLocal(port);
+  for (uint32_t r = 0; r < count; ++r) {
+    if (!Transaction(socket)) return 1;
+  }
+  return 0;
+}
+
+int ConnectedTransactions(uint16_t port, uint32_t count) {
+  for (uint32_t r = 0; r < count; ++r) {
+    if (!Transaction(bench::ConnectLocal(port))) return 1;
+  }
+  return 0;
+}
+
 int Filter(uint32_t am, uint32_t ar) {
+  // Output in 64 KiB blocks, as kelcmd writes its listing.
+  static char out[64 * 1024];
+  std::setvbuf(stdout, out, _IOFBF, sizeof out);
+  const uint32_t want = ar & am;
   uint32_t matches = 0;
-  for (uint32_t x = 0; x <= 0x1FFFFFFF; ++x) {
-    if ((x & am) == (ar & am)) {
+  for (uint32_t block = 0; block <= 0x1FFFFFFF - 255; block += 256) {
+    uint32_t hits = 0;
+    for (uint32_t x = block; x < block + 256; ++x) hits += (x & am) == want ? 1 : 0;
+    if (hits == 0) continue;
+    for (uint32_t x = block; x < block + 256; ++x) {
+      if ((x & am) != want) continue;
       std::printf("0x%X ", x);
       if (++matches % 16 == 0) std::fputs("\n  ", stdout);
     }
@@ -157,7 +197,7 @@ int Clients(uint16_t port, uint32_t count) {
 int main(int argc, char** argv) {
   if (argc != 4) {
     std::fprintf(stderr,
-                 "usage: can_raw_bench send|blast|recv|ping|clients PORT N\n"
+                 "usage: can_raw_bench send|blast|recv|ping|int|intconn|clients PORT N\n"
                  "       can_raw_bench filter AM AR\n");
     return 1;
   }
@@ -170,6 +210,8 @@ int main(int argc, char** argv) {
   if (mode == "blast") return kel::Blast(port, b);
   if (mode == "recv") return kel::Receive(port, b);
   if (mode == "ping") return kel::Ping(port, b);
+  if (mode == "int") return kel::Transactions(port, b);
+  if (mode == "intconn") return kel::ConnectedTransactions(port, b);
   if (mode == "clients") return kel::Clients(port, b);
   if (mode == "filter") return kel::Filter(a, b);
   return 1;

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # CAN traffic through kelsim, each figure beside a raw loop that moves the same frames in
 # the same run (build/bench/can_raw_bench):
-#   send   kelcmd 'send 0x123:count*N' against one send() per frame
+#   send   kelcmd 'send 0x123:count*N' against one send() per frame, for N of 50,000,
+#          500,000 and 2,000,000 ($SEND_FRAMES)
 #   recv   kelcmd 'recv 0x123:count*N' against a loop that reads and checks the frames
+#          where they lie in its buffer: wall time, and processor time per million frames
 #   extio  kelcmd 'send 0x123:EXTIO:count*M' against a plain ping-pong
 #   filt   kelcmd 'filt tst' over 2^29 identifiers against a plain loop, output to files
 # Each measurement runs by turns with its baseline, $RUNS times (5; $RECV_RUNS, 25, for the
@@ -22,52 +24,21 @@ recv_runs=${RECV_RUNS:-25}
 start_kelsim
 kelcmd() { "$KEL_BIN/kelcmd" -p"$base" "$@"; }
 
-# The wall time in ns of one run of a command, its output to the file $out.
-out=/dev/null
-once_ns() {
-  local start end
-  start=$(now_ns)
-  "$@" >"$out"
-  end=$(now_ns)
-  echo $((end - start))
-}
-
 # A receiver started first on channel 2, then a feeder that blasts the frames into channel
 # 0: the wall time from the feeder's start to the receiver's end.
+# The wall time is the feeder's as much as the receiver's, so the receiver's processor
+# time (in microseconds) goes to the file $tmp/cpu, a line per run.
 receive_ns() {
   local start end pid
-  "$@" >/dev/null &
+  cpu_us_to "$tmp/cpu.last" "$@" &
   pid=$!
   "$raw" clients $((base + 1)) 1
   start=$(now_ns)
   "$raw" blast "$base" "$frames"
   wait "$pid"
   end=$(now_ns)
+  cat "$tmp/cpu.last" >>"$tmp/cpu"
   echo $((end - start))
-}
-
-# Runs the kelcmd measurement and the baseline measurement by turns, $runs times each.
-# Sets kel and base_ns to the best time of each, and pair_ratio to the median of the
-# ratios baseline time / kelcmd time of the turns: a turn's two runs meet the same load,
-# so the median of their ratios is what a busy machine disturbs least.
-# Usage: turns MEASURE KEL_OUT BASE_OUT kelcmd-command... -- baseline-command...
-turns() {
-  local measure=$1 kel_out=$2 base_out=$3 i k b
-  shift 3
-  local -a kel_cmd=() base_cmd=()
-  while [ "$1" != "--" ]; do kel_cmd+=("$1"); shift; done
-  shift
-  base_cmd=("$@")
-  : >"$tmp/turns"
-  for ((i = 0; i < runs; i++)); do
-    k=$(out=$kel_out $measure "${kel_cmd[@]}")
-    b=$(out=$base_out $measure "${base_cmd[@]}")
-    echo "$k $b" >>"$tmp/turns"
-  done
-  kel=$(sort -n -k1,1 "$tmp/turns" | awk 'NR == 1 { print $1 }')
-  base_ns=$(sort -n -k2,2 "$tmp/turns" | awk 'NR == 1 { print $2 }')
-  pair_ratio=$(awk '{ printf "%.6f\n", $2 / $1 }' "$tmp/turns" | sort -g |
-    awk '{ r[NR] = $1 } END { printf "%.2f", (NR % 2) ? r[(NR + 1) / 2] : (r[NR / 2] + r[NR / 2 + 1]) / 2 }')
 }
 
 per_s() { awk -v n="$1" -v ns="$2" 'BEGIN { printf "%d", n * 1e9 / ns }'; }
@@ -76,14 +47,25 @@ report() {  # name unit count target
     "$(per_s "$3" "$kel")" "$2" "$(per_s "$3" "$base_ns")" "$2" "$runs" "$pair_ratio" "$4"
 }
 
-turns once_ns /dev/null /dev/null "$KEL_BIN/kelcmd" -p"$base" -c0 "send 0x123:count*$frames" -- \
-  "$raw" send "$base" "$frames"
-report "send $frames" frames "$frames" 0.85
+for n in ${SEND_FRAMES:-50000 500000 2000000}; do
+  turns once_ns /dev/null /dev/null "$KEL_BIN/kelcmd" -p"$base" -c0 "send 0x123:count*$n" -- \
+    "$raw" send "$base" "$n"
+  report "send $n" frames "$n" 0.85
+done
 
 runs=$recv_runs
+: >"$tmp/cpu"
 turns receive_ns /dev/null /dev/null "$KEL_BIN/kelcmd" -p"$base" -c2 "recv 0x123:count*$frames" \
   -- "$raw" recv $((base + 2)) "$frames"
 report "recv $frames" frames "$frames" 0.85
+# Turns ran kelcmd first: odd lines are kelcmd's, even lines the raw loop's.
+awk 'NR % 2 == 1' "$tmp/cpu" >"$tmp/cpu.kel"
+awk 'NR % 2 == 0' "$tmp/cpu" >"$tmp/cpu.raw"
+paste - - <"$tmp/cpu" | awk '{ printf "%.6f\n", ($2 == 0 ? 0 : $1 / $2) }' >"$tmp/cpu.ratios"
+awk -v k="$(median "$tmp/cpu.kel")" -v r="$(median "$tmp/cpu.raw")" \
+  -v q="$(median "$tmp/cpu.ratios")" -v n="$frames" -v runs="$runs" 'BEGIN {
+    printf "recv %d processor time per million frames: kelcmd %.1f ms, raw loop %.1f ms (medians of %d), ratio %.2f (target <= 1.3)\n",
+      n, k * 1000 / n, r * 1000 / n, runs, q }'
 runs=$send_runs
 
 turns once_ns /dev/null /dev/null "$KEL_BIN/kelcmd" -p"$base" -c0 \

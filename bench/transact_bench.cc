@@ -1,12 +1,15 @@
 // Transactions per second: `int 0` repeated over one connection by the shell, against a
-// raw ping-pong of the same 16-byte frames on loopback, both with the virtual board in
-// this process, in the same run.
+// raw ping-pong of the same 16-byte frames on loopback (a blocking send of the command, a
+// blocking read of the answer, nothing else), both with the virtual board in this
+// process, in the same run.
 
 #include <chrono>
 #include <cstdio>
 #include <string>
 
 #include "device/command_codes.h"
+#include "device/frame.h"
+#include "platform/socket.h"
 #include "shell/executor.h"
 #include "sim/frame_client.h"
 #include "sim/simulator.h"
@@ -20,13 +23,32 @@ double Seconds(std::chrono::steady_clock::time_point since) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
 }
 
+// Reads one whole frame from a blocking socket.
+bool ReadFrame(const kel::platform::Socket& socket, uint8_t* frame) {
+  for (size_t got = 0; got < kel::kFrameSize;) {
+    const kel::platform::IoResult r =
+        kel::platform::Receive(socket, frame + got, kel::kFrameSize - got);
+    if (r.status != kel::platform::IoStatus::kOk) return false;
+    got += r.bytes;
+  }
+  return true;
+}
+
 double RawPerSecond(const kel::sim::Simulator& board) {
   kel::sim::FrameClient client;
   if (!client.Connect(board.Address(0))) return 0;
+  const kel::platform::Socket& socket = client.socket();
+  const kel::FrameBytes request =
+      kel::EncodeCommand(kel::CommandFrame{kel::code::kInternal, 0, 0, 0});
+  uint8_t answer[kel::kFrameSize];
   const auto start = std::chrono::steady_clock::now();
   for (int i = 0; i < kRounds * kPerLine; ++i) {
-    client.SendCommand(kel::code::kInternal, 0, 0, 0);
-    if (!client.ReceiveAnswer(kel::code::kInternal, 5000)) return 0;
+    const kel::platform::IoResult sent =
+        kel::platform::Send(socket, request.data(), request.size());
+    if (sent.status != kel::platform::IoStatus::kOk || sent.bytes != request.size()) return 0;
+    do {
+      if (!ReadFrame(socket, answer)) return 0;
+    } while (kel::FrameWord(answer, 0) != kel::code::kInternal);
   }
   return kRounds * kPerLine / Seconds(start);
 }

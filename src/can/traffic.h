@@ -19,10 +19,16 @@ class ProgressLine {
   ProgressLine(const char* format, uint32_t total, const uint32_t& done);
 
   /// Prints the line when none was printed yet or a second has passed since the last.
-  /// With `defer`, only when none was printed yet: the clock is not read.
-  void Update(bool defer = false);
+  /// With `defer`, only when none was printed yet: the clock is not read, and a deferred
+  /// update after the first line costs no call.
+  void Update(bool defer = false) {
+    if (defer && last_count_ != 0) return;
+    UpdateNow(defer);
+  }
 
  private:
+  void UpdateNow(bool defer);
+
   const char* format_;
   uint32_t total_;
   const uint32_t& done_;
