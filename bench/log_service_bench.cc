@@ -8,7 +8,10 @@
 // (or read), as frames per second. The service must lose nothing: a run ends only when
 // every frame has become a row.
 //
-//   log_service_bench [frames per channel, default 250000] [runs, default 3]
+// With fewer channels flooded (1 or 2: channel 0, channels 0 and 1), the service still
+// reads all four, and the baseline reads the flooded channels' bus partners.
+//
+//   log_service_bench [frames per channel, default 250000] [runs, default 3] [channels, 4]
 
 #include <algorithm>
 #include <array>
@@ -74,12 +77,17 @@ class Flood {
         [clients](const sim::BoardState& s) { return s.Clients() == clients; }, kLimitMs);
   }
 
-  // Floods every channel with `frames` frames; returns once every sender is done.
-  void Run(size_t frames) {
+  // Floods channels 0 to `channels` - 1 with `frames` frames each; returns once every
+  // sender is done and every sender whose bus partner was flooded took in its frames.
+  void Run(size_t frames, int channels) {
     std::vector<std::thread> threads;
     for (size_t ch = 0; ch < kChannels; ++ch) {
-      threads.emplace_back(
-          [this, ch, frames] { bench::Pump(senders_[ch].socket(), blocks_[ch], frames, frames); });
+      const size_t sent = ch < static_cast<size_t>(channels) ? frames : 0;
+      const size_t taken = (ch ^ 2) < static_cast<size_t>(channels) ? frames : 0;
+      if (sent + taken == 0) continue;
+      threads.emplace_back([this, ch, sent, taken] {
+        bench::Pump(senders_[ch].socket(), blocks_[ch], sent, taken);
+      });
     }
     for (std::thread& t : threads) t.join();
   }
@@ -96,7 +104,7 @@ double Seconds(std::chrono::steady_clock::time_point start) {
 }
 
 // Frames per second through the logging service; 0 when frames were lost.
-double LoggedRate(Flood& flood, size_t frames, const std::filesystem::path& dir) {
+double LoggedRate(Flood& flood, size_t frames, int channels, const std::filesystem::path& dir) {
   std::filesystem::remove_all(dir);
   std::filesystem::create_directories(dir);
   LoggingConfig config;
@@ -108,8 +116,8 @@ double LoggedRate(Flood& flood, size_t frames, const std::filesystem::path& dir)
   service.Start(config);
   if (service.Status().peers.size() != kChannels || !flood.WaitForClients(2 * kChannels)) return 0;
   const auto start = std::chrono::steady_clock::now();
-  std::thread sending([&flood, frames] { flood.Run(frames); });
-  const uint64_t expected = uint64_t{frames} * kChannels;
+  std::thread sending([&flood, frames, channels] { flood.Run(frames, channels); });
+  const uint64_t expected = uint64_t{frames} * static_cast<uint64_t>(channels);
   const uint64_t begun = platform::MonotonicMs();
   while (service.Status().rows_written < expected &&
          platform::MonotonicMs() - begun < static_cast<uint64_t>(kLimitMs)) {
@@ -123,8 +131,8 @@ double LoggedRate(Flood& flood, size_t frames, const std::filesystem::path& dir)
   return complete ? static_cast<double>(expected) / seconds : 0;
 }
 
-// Frames per second through four plain readers.
-double RawRate(Flood& flood, size_t frames, uint16_t base_port) {
+// Frames per second through plain readers of the flooded channels' bus partners.
+double RawRate(Flood& flood, size_t frames, int channels, uint16_t base_port) {
   std::array<platform::Socket, kChannels> readers;
   for (int ch = 0; ch < kChannels; ++ch) {
     platform::Socket& s = readers[static_cast<size_t>(ch)];
@@ -136,10 +144,11 @@ double RawRate(Flood& flood, size_t frames, uint16_t base_port) {
   }
   if (!flood.WaitForClients(2 * kChannels)) return 0;
   const auto start = std::chrono::steady_clock::now();
-  std::thread sending([&flood, frames] { flood.Run(frames); });
+  std::thread sending([&flood, frames, channels] { flood.Run(frames, channels); });
   std::atomic<bool> complete{true};
   std::vector<std::thread> threads;
-  for (const platform::Socket& s : readers) {
+  for (int ch = 0; ch < channels; ++ch) {
+    const platform::Socket& s = readers[static_cast<size_t>(ch ^ 2)];  // 0-2 and 1-3
     threads.emplace_back([&s, frames, &complete] {
       if (!Discard(s, frames * kFrameSize)) complete = false;
     });
@@ -149,7 +158,7 @@ double RawRate(Flood& flood, size_t frames, uint16_t base_port) {
   sending.join();
   for (platform::Socket& s : readers) s.Close();
   flood.WaitForClients(kChannels);
-  return complete ? static_cast<double>(frames * kChannels) / seconds : 0;
+  return complete ? static_cast<double>(frames) * channels / seconds : 0;
 }
 
 }  // namespace
@@ -158,6 +167,8 @@ double RawRate(Flood& flood, size_t frames, uint16_t base_port) {
 int main(int argc, char** argv) {
   const size_t frames = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 250000;
   const int runs = std::max(1, argc > 2 ? std::atoi(argv[2]) : 3);
+  const int channels =
+      std::clamp(argc > 3 ? std::atoi(argv[3]) : kel::kChannels, 1, kel::kChannels);
   kel::Flood flood;
   if (!flood.Ok()) {
     std::fprintf(stderr, "the virtual board did not start\n");
@@ -172,8 +183,8 @@ int main(int argc, char** argv) {
   double raw = 0;
   std::vector<double> ratios;
   for (int i = 0; i < runs; ++i) {
-    const double turn_raw = kel::RawRate(flood, frames, flood.BasePort());
-    const double turn_logged = kel::LoggedRate(flood, frames, dir);
+    const double turn_raw = kel::RawRate(flood, frames, channels, flood.BasePort());
+    const double turn_logged = kel::LoggedRate(flood, frames, channels, dir);
     if (turn_raw == 0 || turn_logged == 0) {
       std::filesystem::remove_all(dir);
       std::fprintf(stderr, "a run lost frames or did not finish\n");
@@ -186,8 +197,9 @@ int main(int argc, char** argv) {
   std::filesystem::remove_all(dir);
   std::sort(ratios.begin(), ratios.end());
   std::printf(
-      "logging service: best %.1f M frames/s logged, raw readers best %.1f M frames/s, "
-      "median ratio %.2f (4 x %zu frames, %d turns)\n",
-      logged / 1e6, raw / 1e6, ratios[ratios.size() / 2], frames, runs);
+      "logging service, %d channel%s: best %.1f M frames/s logged, raw readers best %.1f M "
+      "frames/s, median ratio %.2f (%d x %zu frames, %d turns)\n",
+      channels, channels == 1 ? "" : "s", logged / 1e6, raw / 1e6, ratios[ratios.size() / 2],
+      channels, frames, runs);
   return 0;
 }

@@ -4,7 +4,8 @@
 #            of the same rows, on one core, best of 5 repetitions
 #   service  the logging service under a flood of four virtual-board channels
 #            (build/bench/log_service_bench) against plain readers of the same flood,
-#            FRAMES frames per channel, RUNS turns (the median of their ratios)
+#            FRAMES frames per channel, RUNS turns (the median of their ratios), with 1, 2
+#            and 4 channels flooded ($CHANNELS)
 # The service writes its files into $TMPDIR (default /tmp).
 set -euo pipefail
 source "$(dirname "$0")/lib.sh"
@@ -17,4 +18,6 @@ done
 
 "$writer" --benchmark_repetitions=5 2>/dev/null |
   grep -E 'rows/s, fwrite'
-"$service" "${FRAMES:-1000000}" "${RUNS:-9}"
+for channels in ${CHANNELS:-1 2 4}; do
+  "$service" "${FRAMES:-1000000}" "${RUNS:-9}" "$channels"
+done
