@@ -104,10 +104,13 @@ void ForEachMatch(uint32_t am, uint32_t ar, uint32_t last, OnMatch&& on_match) {
   constexpr uint32_t kBlock = 256;
   const uint32_t want = ar & am;
   uint64_t base = 0;
-  for (; base + kBlock - 1 <= last; base += kBlock) {
+  // The last block below 2^32 goes one by one below, so that first + kBlock never wraps.
+  for (; base + kBlock - 1 <= last && base + kBlock < (uint64_t{1} << 32); base += kBlock) {
     const uint32_t first = static_cast<uint32_t>(base);
+    // The identifier itself counts up (not an offset added to the block's first), which
+    // keeps the vectorised loop at one add per four identifiers.
     uint32_t hits = 0;
-    for (uint32_t k = 0; k < kBlock; ++k) hits += ((first + k) & am) == want ? 1 : 0;
+    for (uint32_t x = first; x < first + kBlock; ++x) hits += (x & am) == want ? 1 : 0;
     if (hits == 0) continue;
     for (uint32_t k = 0; k < kBlock; ++k) {
       if (((first + k) & am) == want) on_match(first + k);
