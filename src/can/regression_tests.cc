@@ -95,7 +95,8 @@ RunEnd RunOne(const TestEntry& test, int number) {
       break;
     }
     if (!verbose) {
-      ConsolePrintf("  %s%zu workers running ... %c  \r", "", pool.Running(), kSpinner[turn % 4]);
+      ConsolePrintf("  %s%u workers running ... %c  \r", "", static_cast<unsigned>(pool.Running()),
+                    kSpinner[turn % 4]);
     }
     if (pool.WaitAll(kWaitSliceMs)) break;
   }

@@ -145,8 +145,4 @@ ResultCode HandleClearScreen(const CommandEntry& /*entry*/, std::string_view& /*
   return kOk;
 }
 
-ResultCode HandleNotProvided(const CommandEntry& entry, std::string_view& /*rest*/, Output& out) {
-  return FormatResult(&entry, kErrNok, out);
-}
-
 }  // namespace kel

@@ -13,7 +13,4 @@ ResultCode HandleDelay(const CommandEntry& entry, std::string_view& rest, Output
 ResultCode HandleQuit(const CommandEntry& entry, std::string_view& rest, Output& out);
 ResultCode HandleClearScreen(const CommandEntry& entry, std::string_view& rest, Output& out);
 
-/// The handler of a command this build does not provide: fails with -1 ("Nok").
-ResultCode HandleNotProvided(const CommandEntry& entry, std::string_view& rest, Output& out);
-
 }  // namespace kel

@@ -25,9 +25,6 @@ namespace {
 
 constexpr std::string_view kOkError = "Ok/Error";
 
-// The handler of the rows whose commands this build does not provide yet.
-constexpr CommandHandler unbuilt = HandleNotProvided;
-
 // The rows in their fixed order: lookup takes the first match, so "version" finds "ver"
 // before "sver". A row without a description is hidden from help and completion.
 // clang-format off
