@@ -60,6 +60,17 @@ int HexDigitValue(char c) {
   return -1;
 }
 
+std::optional<uint32_t> ParseHexDigits(std::string_view text, size_t max_digits) {
+  if (text.empty() || text.size() > max_digits) return std::nullopt;
+  uint32_t value = 0;
+  for (const char c : text) {
+    const int digit = HexDigitValue(c);
+    if (digit < 0) return std::nullopt;
+    value = value << 4 | static_cast<uint32_t>(digit);
+  }
+  return value;
+}
+
 int32_t ParseDecimal(std::string_view text) {
   size_t i = 0;
   while (i < text.size() && (text[i] == ' ' || (text[i] >= '\t' && text[i] <= '\r'))) ++i;

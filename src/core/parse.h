@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -56,6 +57,10 @@ uint32_t TruncateToU32(double value);
 
 /// 0-15 for a hexadecimal digit, -1 for any other character.
 int HexDigitValue(char c);
+
+/// The value of 1 to `max_digits` hexadecimal digits (at most 8) and nothing else around
+/// them; nullopt for any other text.
+std::optional<uint32_t> ParseHexDigits(std::string_view text, size_t max_digits);
 
 /// Milliseconds of a monotonic clock, for rates and time-outs.
 uint64_t NowMs();

@@ -28,14 +28,7 @@ std::optional<uint32_t> ParseHexWord(std::string_view text) {
   if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
     text.remove_prefix(2);
   }
-  if (text.empty() || text.size() > 8) return std::nullopt;
-  uint32_t value = 0;
-  for (const char c : text) {
-    const int digit = HexDigitValue(c);
-    if (digit < 0) return std::nullopt;
-    value = value << 4 | static_cast<uint32_t>(digit);
-  }
-  return value;
+  return ParseHexDigits(text, 8);
 }
 
 std::optional<IdFilter> ParseFilter(std::string_view word) {

@@ -21,14 +21,9 @@ constexpr size_t kFilterSize = 256;
 // One half of a filter: up to four hex digits, or nothing for any.
 bool ParseHalf(std::string_view text, int& value) {
   if (text.empty()) return true;
-  if (text.size() > 4) return false;
-  value = 0;
-  for (const char c : text) {
-    const int digit = HexDigitValue(c);
-    if (digit < 0) return false;
-    value = value * 16 + digit;
-  }
-  return true;
+  const std::optional<uint32_t> digits = ParseHexDigits(text, 4);
+  if (digits) value = static_cast<int>(*digits);
+  return digits.has_value();
 }
 
 std::string Printed(const char* format, auto... args) {

@@ -317,11 +317,9 @@ const std::vector<CommandEntry> kRows = {
 const std::vector<CommandEntry>& CommandTable() {
   // The error text of a bad pin list offers the board's pin names; every handler is
   // reached through this table, so this is the one place that wires them in.
-  [[maybe_unused]] static const bool wired = (SetBadIoChoices(PinChoices()),
-                                               SetOutputPinNames([](int pin) {
-                                                 return PinName(pin, false, true);
-                                               }),
-                                               true);
+  [[maybe_unused]] static const bool wired =
+      (SetBadIoChoices(PinChoices()),
+       SetOutputPinNames([](int pin) { return PinName(pin, false, true); }), true);
   return kRows;
 }
 

@@ -1,4 +1,4 @@
-// The send specification and its hexadecimal bytes, as send and recv read their argument.
+// The send argument in its text form and as hexadecimal bytes, as send and recv read it.
 
 #include <cstddef>
 #include <cstdint>
