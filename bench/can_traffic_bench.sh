@@ -4,7 +4,9 @@
 #   send   kelcmd 'send 0x123:count*N' against one send() per frame, for N of 50,000,
 #          500,000 and 2,000,000 ($SEND_FRAMES)
 #   recv   kelcmd 'recv 0x123:count*N' against a loop that reads and checks the frames
-#          where they lie in its buffer: wall time, and processor time per million frames
+#          where they lie in its buffer: wall time, and processor time per million frames,
+#          of the whole process at N and of the frames alone (the difference between runs
+#          of $RECV_LONG_FRAMES, 4,000,000, and of N frames: start-up and end cancel out)
 #   extio  kelcmd 'send 0x123:EXTIO:count*M' against a plain ping-pong
 #   filt   kelcmd 'filt tst' over 2^29 identifiers against a plain loop, output to files
 # Each measurement runs by turns with its baseline, $RUNS times (5; $RECV_RUNS, 25, for the
@@ -24,8 +26,8 @@ recv_runs=${RECV_RUNS:-25}
 start_kelsim
 kelcmd() { "$KEL_BIN/kelcmd" -p"$base" "$@"; }
 
-# A receiver started first on channel 2, then a feeder that blasts the frames into channel
-# 0: the wall time from the feeder's start to the receiver's end.
+# A receiver started first on channel 2, then a feeder that blasts $frames frames into
+# channel 0: the wall time from the feeder's start to the receiver's end.
 # The wall time is the feeder's as much as the receiver's, so the receiver's processor
 # time (in microseconds) goes to the file $tmp/cpu, a line per run.
 receive_ns() {
@@ -41,6 +43,25 @@ receive_ns() {
   echo $((end - start))
 }
 
+# Runs the receiver turns for $frames frames; their processor times, kelcmd's and the raw
+# loop's by turns, end up in $tmp/cpu.$frames.
+receive_turns() {
+  : >"$tmp/cpu"
+  turns receive_ns /dev/null /dev/null "$KEL_BIN/kelcmd" -p"$base" -c2 \
+    "recv 0x123:count*$frames" -- "$raw" recv $((base + 2)) "$frames"
+  cp "$tmp/cpu" "$tmp/cpu.$frames"
+}
+
+# The medians of kelcmd's and the raw loop's processor times in the file $1 (turns ran
+# kelcmd first: odd lines are kelcmd's, even lines the raw loop's), and of the ratios of
+# their turns: "kelcmd raw ratio".
+cpu_medians() {
+  awk 'NR % 2 == 1' "$1" >"$tmp/cpu.kel"
+  awk 'NR % 2 == 0' "$1" >"$tmp/cpu.raw"
+  paste - - <"$1" | awk '{ printf "%.6f\n", ($2 == 0 ? 0 : $1 / $2) }' >"$tmp/cpu.ratios"
+  echo "$(median "$tmp/cpu.kel") $(median "$tmp/cpu.raw") $(median "$tmp/cpu.ratios")"
+}
+
 per_s() { awk -v n="$1" -v ns="$2" 'BEGIN { printf "%d", n * 1e9 / ns }'; }
 report() {  # name unit count target
   printf '%s: kelcmd %s %s/s, raw loop %s %s/s (best of %d), ratio %s (target >= %s)\n' "$1" \
@@ -54,18 +75,23 @@ for n in ${SEND_FRAMES:-50000 500000 2000000}; do
 done
 
 runs=$recv_runs
-: >"$tmp/cpu"
-turns receive_ns /dev/null /dev/null "$KEL_BIN/kelcmd" -p"$base" -c2 "recv 0x123:count*$frames" \
-  -- "$raw" recv $((base + 2)) "$frames"
+long_frames=${RECV_LONG_FRAMES:-4000000}
+short_frames=$frames
+frames=$long_frames
+receive_turns
+frames=$short_frames
+receive_turns
 report "recv $frames" frames "$frames" 0.85
-# Turns ran kelcmd first: odd lines are kelcmd's, even lines the raw loop's.
-awk 'NR % 2 == 1' "$tmp/cpu" >"$tmp/cpu.kel"
-awk 'NR % 2 == 0' "$tmp/cpu" >"$tmp/cpu.raw"
-paste - - <"$tmp/cpu" | awk '{ printf "%.6f\n", ($2 == 0 ? 0 : $1 / $2) }' >"$tmp/cpu.ratios"
-awk -v k="$(median "$tmp/cpu.kel")" -v r="$(median "$tmp/cpu.raw")" \
-  -v q="$(median "$tmp/cpu.ratios")" -v n="$frames" -v runs="$runs" 'BEGIN {
-    printf "recv %d processor time per million frames: kelcmd %.1f ms, raw loop %.1f ms (medians of %d), ratio %.2f (target <= 1.3)\n",
+read -r kel_cpu raw_cpu cpu_ratio < <(cpu_medians "$tmp/cpu.$frames")
+read -r kel_long raw_long _ < <(cpu_medians "$tmp/cpu.$long_frames")
+awk -v k="$kel_cpu" -v r="$raw_cpu" -v q="$cpu_ratio" -v n="$frames" -v runs="$runs" 'BEGIN {
+    printf "recv %d processor time per million frames, whole process: kelcmd %.1f ms, raw loop %.1f ms (medians of %d), ratio %.2f\n",
       n, k * 1000 / n, r * 1000 / n, runs, q }'
+awk -v k="$kel_cpu" -v r="$raw_cpu" -v kl="$kel_long" -v rl="$raw_long" -v n="$frames" \
+  -v nl="$long_frames" 'BEGIN {
+    kf = (kl - k) * 1000 / (nl - n); rf = (rl - r) * 1000 / (nl - n)
+    printf "recv processor time per million frames, the frames alone (%d less %d frames): kelcmd %.1f ms, raw loop %.1f ms, ratio %.2f (target <= 1.3)\n",
+      nl, n, kf, rf, (rf == 0 ? 0 : kf / rf) }'
 runs=$send_runs
 
 turns once_ns /dev/null /dev/null "$KEL_BIN/kelcmd" -p"$base" -c0 \

@@ -127,6 +127,17 @@ TEST_F(CanTrafficTest, ReceiveChecksEveryMessageInOrderAndEndsAtOnceWhenTheBoard
     noisy.push_back(Can(0x123, 0x03000004, {r}));  // bits 24-31 do not count
     if (r != 5) gap.push_back(Can(0x123, 4, {r}));
   }
+  // Identifier ranges walk id by id within each repetition; fixed data are compared
+  // within the DLC only (byte 2 below lies beyond it).
+  std::vector<FrameBytes> ranges;
+  for (uint8_t r = 0; r < 3; ++r) {
+    ranges.push_back(Can(1, 4, {r}));
+    ranges.push_back(Can(3, 4, {r}));
+    ranges.push_back(Can(2, 4, {r}));
+  }
+  const std::vector<FrameBytes> fixed = {
+      Can(0x123, 3, {0x11, 0x22}), Can(0x123, 2, {0x11, 0x22, 9}), Can(0x123, 2, {0x11, 0x22}),
+      Can(1, 2, {0x11, 0x22}),     Can(2, 2, {0x11, 0x22}),        Can(1, 2, {0x11, 0x23})};
   struct Case {
     const char* line;
     std::vector<FrameBytes> frames;
@@ -138,6 +149,9 @@ TEST_F(CanTrafficTest, ReceiveChecksEveryMessageInOrderAndEndsAtOnceWhenTheBoard
       {"receive 0x123:count*20", gap, kErrIntegrity,
        "5/20 received ERROR -15: Integrity failed\r\n"},
       {"recv 12", {Can(9, 0)}, 0, "1 messages received\r\n"},
+      {"recv 1-2:count*3", ranges, 0, "6 messages received\r\n"},
+      {"recv 0x123:1122*2", fixed, 0, "2 messages received\r\n"},
+      {"recv 1-2:1122*2", fixed, kErrIntegrity, "2/4 received ERROR -15: Integrity failed\r\n"},
   };
   for (const Case& c : cases) {
     const LineRun run = ReceiveWhileFeeding(c.line, c.frames);

@@ -1,3 +1,4 @@
+#include <span>
 #include <string>
 
 #include "can/can_commands.h"
@@ -27,43 +28,145 @@ uint64_t DataOf(const uint8_t* frame) {
 // The DLC's data bytes of DataOf: all eight for a DLC of 8 or more.
 uint64_t DataMask(uint8_t dlc) { return dlc >= 8 ? ~uint64_t{0} : (uint64_t{1} << 8 * dlc) - 1; }
 
-// Waits up to 15 s for the frame whose header matches `expected`, dropping every other
-// frame, and compares its data; frames are checked where they lie in the link's buffer.
-// kOk when it came whole; -15 when its data differs; -14 when frames came but none
-// matched, -13 when the last second brought no frame (at once when the link breaks);
-// user termination as soon as an interrupt is requested (looked at whenever the frames
-// already received are used up, so a fast stream does not pay for it per frame).
-ResultCode AwaitMessage(DeviceLink& link, const FrameBytes& expected) {
-  const uint32_t id = FrameWord(expected.data(), 0);
-  const uint32_t info = FrameWord(expected.data(), 1);
-  const uint64_t mask = DataMask(expected[4]);
-  const uint64_t data = DataOf(expected.data()) & mask;
-  // Frames already received take no time to hand out, so the clock starts with the first
-  // receive that may have to wait: a fast stream reads no clock per message.
-  bool timing = false;
-  uint64_t base = 0;
-  bool got_frame = false;
-  while (true) {
-    if (!link.HasBufferedFrame()) {
-      if (platform::InterruptRequested()) return kUserTermination;
-      if (!timing) {
-        base = NowMs();
-        timing = true;
-      } else if (NowMs() - base >= kMessageWaitMs) {
-        break;
-      }
-    }
-    const uint8_t* const frame = link.NextFrame(kReceiveSliceMs);
-    got_frame = frame != nullptr;
-    if (!got_frame) {
-      if (link.Broken()) break;
-      continue;
-    }
-    if (IsCommandFrame(frame) || FrameWord(frame, 0) != id) continue;
-    if (((FrameWord(frame, 1) ^ info) & kComparedInfoBits) != 0) continue;
-    return (DataOf(frame) & mask) == data ? kOk : kErrIntegrity;
+// The frames received and not checked yet, where they lie in the link's buffer: taken
+// from the link a buffer at a time, so the check of a fast stream runs over plain memory.
+struct PendingFrames {
+  const uint8_t* next = nullptr;
+  const uint8_t* end = nullptr;
+  bool Empty() const { return next == end; }
+};
+
+// What a message must look like: its header words and its data under the DLC's mask.
+struct ExpectedMessage {
+  uint32_t id;
+  uint32_t info;
+  uint64_t data;
+  uint64_t mask;
+};
+
+// Drops frames from the front of `pending` up to the one whose header matches `expected`
+// and compares its data: kOk when they match, -15 when they differ; false when the frames
+// ran out first.
+bool CheckPending(PendingFrames& pending, const ExpectedMessage& expected, ResultCode& result) {
+  while (!pending.Empty()) {
+    const uint8_t* const frame = pending.next;
+    pending.next += kFrameSize;
+    if (IsCommandFrame(frame) || FrameWord(frame, 0) != expected.id) continue;
+    if (((FrameWord(frame, 1) ^ expected.info) & kComparedInfoBits) != 0) continue;
+    result = (DataOf(frame) & expected.mask) == expected.data ? kOk : kErrIntegrity;
+    return true;
   }
-  return got_frame ? kErrMatch : kErrReceive;
+  return false;
+}
+
+// A message's outcome and the frames received after it.
+struct Awaited {
+  ResultCode result;
+  PendingFrames pending;
+};
+
+// Waits for the message once the frames received before it are used up: up to 15 s, a
+// second per receive. -14 when frames came but none matched, -13 when the last second
+// brought none (at once when the link breaks), user termination as soon as an interrupt
+// is requested. Out of line: a fast stream comes here once per buffer, and the per-frame
+// check stays small.
+[[gnu::noinline]] Awaited AwaitMessageWaiting(DeviceLink& link, ExpectedMessage expected) {
+  const uint64_t base = NowMs();
+  bool got_frame = false;
+  for (bool first = true;; first = false) {
+    if (platform::InterruptRequested()) return {kUserTermination, {}};
+    if (!first && NowMs() - base >= kMessageWaitMs) {
+      return {got_frame ? kErrMatch : kErrReceive, {}};
+    }
+    const std::span<const uint8_t> frames = link.NextFrames(kReceiveSliceMs);
+    got_frame = !frames.empty();
+    if (!got_frame && link.Broken()) return {kErrReceive, {}};
+    PendingFrames pending{frames.data(), frames.data() + frames.size()};
+    ResultCode result = kOk;
+    if (CheckPending(pending, expected, result)) return {result, pending};
+  }
+}
+
+// The frame a message must match, its data under the DLC's mask.
+ExpectedMessage Expect(const MessageWords& message, uint64_t mask) {
+  return {message.id, message.info, message.Data() & mask, mask};
+}
+
+// Takes the next message from `pending`, waiting for more frames when they run out.
+ResultCode NextMessage(DeviceLink& link, PendingFrames& pending, const ExpectedMessage& expected) {
+  ResultCode result = kOk;
+  if (CheckPending(pending, expected, result)) return result;
+  const Awaited awaited = AwaitMessageWaiting(link, expected);
+  pending = awaited.pending;
+  return awaited.result;
+}
+
+// ReceiveMessages for a walk whose messages differ in their counter payload at most: one
+// identifier, no pause, no time payload; `recv ID:count*N` has this shape. Repetition r
+// expects its counter (or the fixed data) in the same header, so the frames are checked in
+// one tight loop with the expected data kept at hand (out of line, so that its registers
+// are its own).
+[[gnu::noinline]] ResultCode ReceiveRun(DeviceLink& link, const SendSpec& spec,
+                                        ProgressLine& progress, uint32_t& received) {
+  const MessageWalk walk(spec);
+  const MessageWords& first = walk.Message();
+  const uint64_t mask = DataMask(static_cast<uint8_t>(first.info));
+  const uint64_t high = uint64_t{first.data_high} << 32;
+  const bool counter = spec.count;
+  const uint32_t repeat = RepeatCount(spec);
+  ExpectedMessage expected = Expect(first, mask);
+  PendingFrames pending;
+  ResultCode result = kOk;
+  uint32_t count = 0;
+  bool line_shown = false;  // the progress line's first update prints at once
+  while (true) {
+    result = NextMessage(link, pending, expected);
+    if (result != kOk) break;
+    ++count;
+    if (!line_shown || pending.Empty()) {
+      progress.Update(count, !pending.Empty());
+      line_shown = true;
+    }
+    if (count == repeat) break;
+    if (counter) expected.data = (high | count) & mask;
+  }
+  received = count;
+  return result;
+}
+
+// Receives the messages of `spec` in the walk's order. Each waits up to 15 s for the frame
+// whose header matches, dropping every other frame, and compares its data: -15 when its
+// data differs; -14 when frames came but none matched, -13 when the last second brought
+// no frame (at once when the link breaks); user termination as soon as an interrupt is
+// requested (looked at whenever the frames already received are used up, so a fast stream
+// does not pay for it per frame). `received` counts the messages that came whole.
+// Frames already received take no time to hand out: the clock starts with the first
+// receive that may have to wait, and the progress line waits while frames do.
+ResultCode ReceiveMessages(DeviceLink& link, const SendSpec& spec, ProgressLine& progress,
+                           uint32_t& received) {
+  if (spec.first_id == spec.last_id && spec.interval_ms == 0 && !spec.time) {
+    return ReceiveRun(link, spec, progress, received);
+  }
+  MessageWalk walk(spec);
+  const uint64_t mask = DataMask(static_cast<uint8_t>(walk.Message().info));
+  PendingFrames pending;
+  uint32_t count = 0;
+  do {
+    if (!walk.RepetitionEmpty()) {
+      do {
+        const ResultCode result = NextMessage(link, pending, Expect(walk.Message(), mask));
+        if (result != kOk) {
+          received = count;
+          return result;
+        }
+        ++count;
+      } while (walk.NextInRepetition());
+    }
+    if (spec.interval_ms != 0) platform::SleepUnlessInterrupted(spec.interval_ms);
+    progress.Update(count, !pending.Empty());
+  } while (walk.NextRepetition());
+  received = count;
+  return kOk;
 }
 
 }  // namespace
@@ -82,17 +185,9 @@ ResultCode HandleReceive(const CommandEntry& entry, std::string_view& rest, Outp
   ParseSendSpec(argument, spec);  // as the sender reads it, so both agree on every message
   const uint32_t total = TotalMessages(spec);
   uint32_t received = 0;
-  ResultCode failure = kOk;
-  ProgressLine progress(text::kReceivingProgress, total, received);
-  const auto receive = [&](const FrameBytes& expected) {
-    failure = AwaitMessage(link, expected);
-    if (failure != kOk) return false;
-    ++received;
-    return true;
-  };
-  // While received frames wait in the link, the clock waits too: no clock read per message.
-  const auto after_repetition = [&] { progress.Update(link.HasBufferedFrame()); };
-  const bool done = ForEachMessage(spec, receive, after_repetition);
+  ProgressLine progress(text::kReceivingProgress, total);
+  const ResultCode failure = ReceiveMessages(link, spec, progress, received);
+  const bool done = failure == kOk;
   if (!done) {
     out.Printf(text::kReceivedSoFar, static_cast<int>(received), static_cast<int>(total));
     return FormatResult(&entry, failure, out);

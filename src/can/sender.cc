@@ -55,8 +55,9 @@ ResultCode HandleSend(const CommandEntry& entry, std::string_view& rest, Output&
   const uint32_t total = TotalMessages(spec);
   uint32_t sent = 0;
   ResultCode failure = kOk;
-  ProgressLine progress(text::kSendingProgress, total, sent);
-  const auto send = [&](const FrameBytes& frame) {
+  ProgressLine progress(text::kSendingProgress, total);
+  const auto send = [&](const MessageWords& message) {
+    const FrameBytes frame = message.Bytes();
     if (platform::InterruptRequested()) {
       failure = kUserTermination;
       return false;
@@ -73,7 +74,7 @@ ResultCode HandleSend(const CommandEntry& entry, std::string_view& rest, Output&
     }
     return true;
   };
-  const bool done = ForEachMessage(spec, send, [&progress] { progress.Update(); });
+  const bool done = ForEachMessage(spec, send, [&] { progress.Update(sent); });
   if (!done) {
     out.Printf(text::kSentSoFar, static_cast<int>(sent), static_cast<int>(total));
     return FormatResult(&entry, failure, out);

@@ -10,14 +10,14 @@ constexpr uint64_t kProgressPeriodMs = 1000;
 
 }  // namespace
 
-ProgressLine::ProgressLine(const char* format, uint32_t total, const uint32_t& done)
-    : format_(format), total_(total), done_(done), last_ms_(NowMs()) {}
+ProgressLine::ProgressLine(const char* format, uint32_t total)
+    : format_(format), total_(total), last_ms_(NowMs()) {}
 
-void ProgressLine::UpdateNow(bool defer) {
+void ProgressLine::UpdateNow(uint32_t done, bool defer) {
   // The clock is read only once a line has been printed: until then every repetition prints.
   if (last_count_ != 0 && (defer || NowMs() - last_ms_ < kProgressPeriodMs)) return;
-  ConsolePrintf(format_, done_, total_, done_ - last_count_);
-  last_count_ = done_;
+  ConsolePrintf(format_, done, total_, done - last_count_);
+  last_count_ = done;
   last_ms_ = NowMs();
 }
 

@@ -10,28 +10,26 @@
 namespace kel {
 
 /// The live progress line of a traffic command, printed to the console between
-/// repetitions: the first time, then at most about once a second. `done` is the caller's
-/// counter of messages handled; the line shows it, the total and the count handled since
-/// the line before.
+/// repetitions: the first time, then at most about once a second. The line shows the
+/// count of messages handled, the total and the count handled since the line before.
 class ProgressLine {
  public:
   /// `format` takes three unsigned values: done, total, done since the last line.
-  ProgressLine(const char* format, uint32_t total, const uint32_t& done);
+  ProgressLine(const char* format, uint32_t total);
 
-  /// Prints the line when none was printed yet or a second has passed since the last.
-  /// With `defer`, only when none was printed yet: the clock is not read, and a deferred
-  /// update after the first line costs no call.
-  void Update(bool defer = false) {
+  /// Prints the line for `done` messages handled when none was printed yet or a second has
+  /// passed since the last. With `defer`, only when none was printed yet: the clock is not
+  /// read, and a deferred update after the first line costs no call.
+  void Update(uint32_t done, bool defer = false) {
     if (defer && last_count_ != 0) return;
-    UpdateNow(defer);
+    UpdateNow(done, defer);
   }
 
  private:
-  void UpdateNow(bool defer);
+  void UpdateNow(uint32_t done, bool defer);
 
   const char* format_;
   uint32_t total_;
-  const uint32_t& done_;
   uint32_t last_count_ = 0;
   uint64_t last_ms_;
 };
@@ -49,31 +47,107 @@ class PayloadClock {
   uint64_t start_ns_;
 };
 
-/// Walks the messages of `spec` in the order the sender sends them and the receiver
-/// expects them, calling `visit(frame)` for each: per repetition r the payload is set
-/// (counter: r; time: milliseconds since the walk began), then each identifier from first
-/// to last in turn. After each repetition it pauses for the interval and calls
-/// `after_repetition()` (the progress line). Stops and returns false as soon as `visit`
-/// returns false. An interrupt request cuts the pause short.
+/// One message of a walk as the four words of its frame (see CanDataFrame), held as
+/// numbers: a walk keeps them in registers, where bytes would be stored and loaded again.
+struct MessageWords {
+  uint32_t id = 0;
+  uint32_t info = 0;
+  uint32_t data_low = 0;   ///< data bytes 0-3, the payload of counter and time messages
+  uint32_t data_high = 0;  ///< data bytes 4-7
+
+  /// The data bytes 0-7 as one little-endian number.
+  uint64_t Data() const { return uint64_t{data_high} << 32 | data_low; }
+  /// The frame as it goes on the stream.
+  FrameBytes Bytes() const {
+    FrameBytes frame;
+    SetFrameWord(frame.data(), 0, id);
+    SetFrameWord(frame.data(), 1, info);
+    SetFrameWord(frame.data(), 2, data_low);
+    SetFrameWord(frame.data(), 3, data_high);
+    return frame;
+  }
+};
+
+/// The messages of `spec` in the order the sender sends them and the receiver expects
+/// them: per repetition r the payload is set (counter: r; time: milliseconds since the
+/// walk began), then each identifier from first to last in turn. A repetition whose last
+/// identifier lies below its first has no message.
+///
+///   MessageWalk walk(spec);
+///   do {
+///     if (!walk.RepetitionEmpty()) do use(walk.Message()); while (walk.NextInRepetition());
+///   } while (walk.NextRepetition());
+class MessageWalk {
+ public:
+  explicit MessageWalk(const SendSpec& spec)
+      : repeat_(RepeatCount(spec)),
+        first_id_(spec.first_id),
+        last_id_(spec.last_id),
+        count_(spec.count),
+        time_(spec.time) {
+    const FrameBytes first = BuildFrame(spec);
+    message_ = {FrameWord(first.data(), 0), FrameWord(first.data(), 1), FrameWord(first.data(), 2),
+                FrameWord(first.data(), 3)};
+    SetPayload();
+  }
+
+  /// The current message.
+  const MessageWords& Message() const { return message_; }
+  /// True when the repetitions have no message at all.
+  bool RepetitionEmpty() const { return last_id_ < first_id_; }
+  /// Steps to the next identifier of the repetition; false at its end.
+  bool NextInRepetition() {
+    if (id_ >= last_id_) return false;
+    message_.id = static_cast<uint32_t>(++id_);
+    return true;
+  }
+  /// Begins the next repetition with its payload set now (after the pause between them);
+  /// false when the last has been walked.
+  bool NextRepetition() {
+    if (++repetition_ >= repeat_) return false;
+    id_ = first_id_;
+    message_.id = first_id_;
+    SetPayload();
+    return true;
+  }
+
+ private:
+  void SetPayload() {
+    if (count_) {
+      message_.data_low = repetition_;
+    } else if (time_) {
+      message_.data_low = clock_.ElapsedMs();
+    }
+  }
+
+  const uint32_t repeat_;
+  // 64-bit, so that a range ending at 0xFFFFFFFF ends.
+  const uint64_t first_id_;
+  const uint64_t last_id_;
+  const bool count_;
+  const bool time_;
+  const PayloadClock clock_;
+  uint32_t repetition_ = 0;
+  uint64_t id_ = first_id_;
+  MessageWords message_;
+};
+
+/// Walks the messages of `spec` (see MessageWalk), calling `visit(message)` for each.
+/// After each repetition it pauses for the interval and calls `after_repetition()` (the
+/// progress line). Stops and returns false as soon as `visit` returns false. An interrupt
+/// request cuts the pause short.
 template <typename Visit, typename AfterRepetition>
 bool ForEachMessage(const SendSpec& spec, Visit&& visit, AfterRepetition&& after_repetition) {
-  FrameBytes frame = BuildFrame(spec);
-  const PayloadClock clock;
-  const uint32_t repeat = RepeatCount(spec);
-  for (uint32_t r = 0; r < repeat; ++r) {
-    if (spec.count) {
-      SetPayload(frame, r);
-    } else if (spec.time) {
-      SetPayload(frame, clock.ElapsedMs());
-    }
-    // 64-bit, so that a range ending at 0xFFFFFFFF ends.
-    for (uint64_t id = spec.first_id; id <= spec.last_id; ++id) {
-      SetFrameWord(frame.data(), 0, static_cast<uint32_t>(id));
-      if (!visit(static_cast<const FrameBytes&>(frame))) return false;
+  MessageWalk walk(spec);
+  do {
+    if (!walk.RepetitionEmpty()) {
+      do {
+        if (!visit(walk.Message())) return false;
+      } while (walk.NextInRepetition());
     }
     if (spec.interval_ms != 0) platform::SleepUnlessInterrupted(spec.interval_ms);
     after_repetition();
-  }
+  } while (walk.NextRepetition());
   return true;
 }
 

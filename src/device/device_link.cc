@@ -31,6 +31,7 @@ DeviceLink::DeviceLink() : debug_socket_(&CurrentSettings().debug_socket), buffe
 bool DeviceLink::Connect(const std::string& address, int tcp_port) {
   if (socket_.Valid()) return true;
   broken_ = false;
+  drained_ = false;
   buffer_.Clear();
   platform::Socket socket = platform::NewTcpSocket();
   if (!socket.Valid()) return false;
@@ -50,6 +51,7 @@ void DeviceLink::Disconnect() {
 
 void DeviceLink::MarkBroken() {
   broken_ = true;
+  drained_ = false;
   buffer_.Clear();
 }
 
@@ -92,6 +94,7 @@ void DeviceLink::TakeWaitingInput() {
   const platform::IoResult r = platform::Receive(socket_, space.data(), space.size());
   if (r.status == platform::IoStatus::kOk) {
     buffer_.Added(r.bytes);
+    drained_ = r.bytes < space.size();
   } else if (r.status != platform::IoStatus::kWouldBlock) {
     MarkBroken();
   }
@@ -117,41 +120,52 @@ bool DeviceLink::SendCanData(const uint8_t* data, size_t length) {
 }
 
 bool DeviceLink::ReceiveFrameWaiting(uint8_t* frame, int timeout_ms) {
-  const uint8_t* const next = NextFrameWaiting(timeout_ms);
-  if (next == nullptr) {
+  if (!FillToFrame(timeout_ms)) {
     std::memset(frame, 0, kFrameSize);
     return false;
   }
-  std::memcpy(frame, next, kFrameSize);
+  std::memcpy(frame, buffer_.TakeFrameInPlace(), kFrameSize);
+  if (*debug_socket_) ConsoleWrite(ReceivedText(frame));
   return true;
 }
 
-const uint8_t* DeviceLink::NextFrameWaiting(int timeout_ms) {
-  if (!socket_.Valid() || broken_) return nullptr;
+std::span<const uint8_t> DeviceLink::NextFramesWaiting(int timeout_ms) {
+  if (!FillToFrame(timeout_ms)) return {};
+  if (!*debug_socket_) return buffer_.TakeFramesInPlace();
+  const uint8_t* const frame = buffer_.TakeFrameInPlace();
+  ConsoleWrite(ReceivedText(frame));
+  return {frame, kFrameSize};
+}
+
+bool DeviceLink::FillToFrame(int timeout_ms) {
+  if (!socket_.Valid() || broken_) return false;
   while (!buffer_.HasFrame()) {
+    // A receive that got less than it had room for emptied the socket: the next one would
+    // most likely find nothing, so the wait comes first and saves that call.
+    if (drained_) {
+      const platform::WaitStatus w = platform::WaitReadable(socket_, timeout_ms);
+      if (w == platform::WaitStatus::kTimeout) {
+        buffer_.Clear();  // a frame cut off by the limit is dropped whole
+        return false;
+      }
+      if (w != platform::WaitStatus::kReadable) {
+        MarkBroken();
+        return false;
+      }
+    }
     const std::span<uint8_t> space = buffer_.Space();
     const platform::IoResult r = platform::Receive(socket_, space.data(), space.size());
     if (r.status == platform::IoStatus::kOk) {
       buffer_.Added(r.bytes);
-      continue;
-    }
-    if (r.status != platform::IoStatus::kWouldBlock) {
+      drained_ = r.bytes < space.size();
+    } else if (r.status == platform::IoStatus::kWouldBlock) {
+      drained_ = true;
+    } else {
       MarkBroken();
-      return nullptr;
-    }
-    const platform::WaitStatus w = platform::WaitReadable(socket_, timeout_ms);
-    if (w == platform::WaitStatus::kTimeout) {
-      buffer_.Clear();  // a frame cut off by the limit is dropped whole
-      return nullptr;
-    }
-    if (w != platform::WaitStatus::kReadable) {
-      MarkBroken();
-      return nullptr;
+      return false;
     }
   }
-  const uint8_t* const frame = buffer_.TakeFrameInPlace();
-  if (*debug_socket_) ConsoleWrite(ReceivedText(frame));
-  return frame;
+  return true;
 }
 
 bool DeviceLink::Transact(uint8_t* answer, int timeout_ms, uint32_t command, uint32_t answer_code,

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -56,12 +57,14 @@ class DeviceLink {
     return ReceiveFrameWaiting(frame, timeout_ms);
   }
 
-  /// ReceiveFrame without the copy: the next whole frame where it lies in the link's
-  /// buffer, valid until the next call that receives or sends on the link; null where
-  /// ReceiveFrame fails.
-  const uint8_t* NextFrame(int timeout_ms) {
-    if (HasBufferedFrame() && !*debug_socket_) return buffer_.TakeFrameInPlace();
-    return NextFrameWaiting(timeout_ms);
+  /// ReceiveFrame without the copy, for every frame at once: all whole frames received
+  /// and not handed out yet, where they lie in the link's buffer, after waiting up to
+  /// `timeout_ms` for the first when none is there. Valid until the next call that
+  /// receives or sends on the link; empty where ReceiveFrame fails. With the socket debug
+  /// flag on, one frame at a time, each printed as it is handed out.
+  std::span<const uint8_t> NextFrames(int timeout_ms) {
+    if (HasBufferedFrame() && !*debug_socket_) return buffer_.TakeFramesInPlace();
+    return NextFramesWaiting(timeout_ms);
   }
 
   /// True when a whole frame has been received and not handed out yet: the next
@@ -85,14 +88,18 @@ class DeviceLink {
   // Receives what is there into the buffer, making room by dropping old whole frames.
   void TakeWaitingInput();
   bool ReceiveFrameWaiting(uint8_t* frame, int timeout_ms);
-  const uint8_t* NextFrameWaiting(int timeout_ms);
+  // Receives until a whole frame is held, waiting up to `timeout_ms` for each receive;
+  // false on the limit or a broken link.
+  bool FillToFrame(int timeout_ms);
+  std::span<const uint8_t> NextFramesWaiting(int timeout_ms);
   void MarkBroken();
 
   const bool* debug_socket_;  // the socket debug flag of the settings
 
   platform::Socket socket_;
   bool broken_ = false;
-  FrameBuffer buffer_;  // received bytes not yet handed out
+  bool drained_ = false;  // the last receive emptied the socket
+  FrameBuffer buffer_;    // received bytes not yet handed out
 };
 
 /// The process-wide link used by the device commands.

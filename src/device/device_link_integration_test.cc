@@ -104,14 +104,19 @@ TEST(DeviceLinkTest, NextFrameHandsOutFramesWhereTheyLieInOrderThenFailsAtTheEnd
   });
   DeviceLink link;
   ASSERT_TRUE(link.Connect("127.0.0.1", board.Port()));
-  for (uint32_t n = 0; n < 4; ++n) {
-    const uint8_t* const frame = link.NextFrame(5000);
-    ASSERT_NE(nullptr, frame) << n;
-    FrameBytes got;
-    std::memcpy(got.data(), frame, kFrameSize);
-    EXPECT_EQ(Answer(code::kOutputs, n), got);
+  uint32_t n = 0;
+  while (n < 4) {
+    const std::span<const uint8_t> frames = link.NextFrames(5000);
+    ASSERT_FALSE(frames.empty()) << n;
+    ASSERT_EQ(0U, frames.size() % kFrameSize);
+    for (size_t at = 0; at < frames.size(); at += kFrameSize, ++n) {
+      FrameBytes got;
+      std::memcpy(got.data(), frames.data() + at, kFrameSize);
+      EXPECT_EQ(Answer(code::kOutputs, n), got);
+    }
   }
-  EXPECT_EQ(nullptr, link.NextFrame(5000));
+  EXPECT_EQ(4U, n);
+  EXPECT_TRUE(link.NextFrames(5000).empty());
   EXPECT_TRUE(link.Broken());
   link.Disconnect();
 }

@@ -35,6 +35,16 @@ class FrameBuffer {
     return frame;
   }
 
+  /// Hands out every whole frame held, where they lie: a span of whole frames, valid
+  /// until the next Space or Added; empty when none is held.
+  std::span<const uint8_t> TakeFramesInPlace() {
+    const size_t whole = (end_ - start_) / kFrameSize * kFrameSize;
+    const std::span<const uint8_t> frames(data_.data() + start_, whole);
+    start_ += whole;
+    if (start_ == end_) start_ = end_ = 0;
+    return frames;
+  }
+
   /// The free space behind the bytes held, which move to the front first; empty when the
   /// buffer is full.
   std::span<uint8_t> Space();
