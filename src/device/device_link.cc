@@ -31,7 +31,6 @@ DeviceLink::DeviceLink() : debug_socket_(&CurrentSettings().debug_socket), buffe
 bool DeviceLink::Connect(const std::string& address, int tcp_port) {
   if (socket_.Valid()) return true;
   broken_ = false;
-  drained_ = false;
   buffer_.Clear();
   platform::Socket socket = platform::NewTcpSocket();
   if (!socket.Valid()) return false;
@@ -51,7 +50,6 @@ void DeviceLink::Disconnect() {
 
 void DeviceLink::MarkBroken() {
   broken_ = true;
-  drained_ = false;
   buffer_.Clear();
 }
 
@@ -94,7 +92,6 @@ void DeviceLink::TakeWaitingInput() {
   const platform::IoResult r = platform::Receive(socket_, space.data(), space.size());
   if (r.status == platform::IoStatus::kOk) {
     buffer_.Added(r.bytes);
-    drained_ = r.bytes < space.size();
   } else if (r.status != platform::IoStatus::kWouldBlock) {
     MarkBroken();
   }
@@ -140,27 +137,22 @@ std::span<const uint8_t> DeviceLink::NextFramesWaiting(int timeout_ms) {
 bool DeviceLink::FillToFrame(int timeout_ms) {
   if (!socket_.Valid() || broken_) return false;
   while (!buffer_.HasFrame()) {
-    // A receive that got less than it had room for emptied the socket: the next one would
-    // most likely find nothing, so the wait comes first and saves that call.
-    if (drained_) {
-      const platform::WaitStatus w = platform::WaitReadable(socket_, timeout_ms);
-      if (w == platform::WaitStatus::kTimeout) {
-        buffer_.Clear();  // a frame cut off by the limit is dropped whole
-        return false;
-      }
-      if (w != platform::WaitStatus::kReadable) {
-        MarkBroken();
-        return false;
-      }
-    }
     const std::span<uint8_t> space = buffer_.Space();
     const platform::IoResult r = platform::Receive(socket_, space.data(), space.size());
     if (r.status == platform::IoStatus::kOk) {
       buffer_.Added(r.bytes);
-      drained_ = r.bytes < space.size();
-    } else if (r.status == platform::IoStatus::kWouldBlock) {
-      drained_ = true;
-    } else {
+      continue;
+    }
+    if (r.status != platform::IoStatus::kWouldBlock) {
+      MarkBroken();
+      return false;
+    }
+    const platform::WaitStatus w = platform::WaitReadable(socket_, timeout_ms);
+    if (w == platform::WaitStatus::kTimeout) {
+      buffer_.Clear();  // a frame cut off by the limit is dropped whole
+      return false;
+    }
+    if (w != platform::WaitStatus::kReadable) {
       MarkBroken();
       return false;
     }

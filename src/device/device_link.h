@@ -98,7 +98,6 @@ class DeviceLink {
 
   platform::Socket socket_;
   bool broken_ = false;
-  bool drained_ = false;  // the last receive emptied the socket
   FrameBuffer buffer_;    // received bytes not yet handed out
 };
 
