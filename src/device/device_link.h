@@ -24,17 +24,24 @@ namespace kel {
 /// reading until its clients read would otherwise wait on the sender forever. Frames
 /// read then are kept up to the size of the receive buffer; older ones are dropped, as
 /// nobody asked for them. Disconnect closes gracefully, so that every frame sent reaches
-/// the board before the connection ends.
+/// the board before the connection ends: it ends the sending direction at once, and the
+/// wait for the board's end goes on while the shell does other work (the next line, the
+/// next connection); FinishClosing, or the link's end, waits for what is left of it.
 class DeviceLink {
  public:
   DeviceLink();
+  ~DeviceLink() { FinishClosing(); }
+  DeviceLink(const DeviceLink&) = delete;
+  DeviceLink& operator=(const DeviceLink&) = delete;
 
   /// Opens the connection to `address` at `tcp_port`; an open connection is reused
   /// without a check. Blocking connect, then non-blocking. False on failure.
   bool Connect(const std::string& address, int tcp_port);
-  /// Ends the sending direction, reads until the board closes (platform::CloseGracefully)
-  /// and closes.
+  /// Ends the sending direction; the connection closes once the board has closed its end
+  /// (see platform::CloseGracefully), looked at without waiting at the next Connect.
   void Disconnect();
+  /// Waits until every connection ended by Disconnect has closed: before the program ends.
+  void FinishClosing();
   bool Connected() const { return socket_.Valid(); }
   /// True once the board closed the connection or the socket failed.
   bool Broken() const { return broken_; }
@@ -93,12 +100,21 @@ class DeviceLink {
   bool FillToFrame(int timeout_ms);
   std::span<const uint8_t> NextFramesWaiting(int timeout_ms);
   void MarkBroken();
+  // Closes the ended connections whose board has closed its end (or whose wait is over).
+  void CloseEnded();
+
+  // A connection ended by Disconnect, waiting for the board's end.
+  struct Ending {
+    platform::Socket socket;
+    uint64_t since_ms;  // when its sending direction ended
+  };
 
   const bool* debug_socket_;  // the socket debug flag of the settings
 
   platform::Socket socket_;
   bool broken_ = false;
-  FrameBuffer buffer_;    // received bytes not yet handed out
+  FrameBuffer buffer_;  // received bytes not yet handed out
+  std::vector<Ending> ending_;
 };
 
 /// The process-wide link used by the device commands.

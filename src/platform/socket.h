@@ -53,7 +53,7 @@ struct SocketAddress {
 /// The dotted text of an address ("127.0.0.1").
 std::string DottedAddress(uint32_t ip);
 
-/// Creates a TCP socket with SO_LINGER off and TCP_NODELAY on.
+/// Creates a TCP socket with TCP_NODELAY on; SO_LINGER is off, as on every new socket.
 Socket NewTcpSocket();
 
 /// Connects `socket`, blocking, with no limit of its own. False on failure.

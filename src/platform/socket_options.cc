@@ -10,6 +10,17 @@ namespace {
 // While the peer's end has not come, the wait looks at the time limit this often.
 constexpr int kCloseSliceMs = 20;
 
+// Waits up to `wait_ms` for input and drops one receive of it: true once the peer's end
+// came or the socket failed (nothing more to wait for).
+bool PeerEnded(const Socket& socket, int wait_ms) {
+  const WaitStatus wait = WaitReadable(socket, wait_ms);
+  if (wait == WaitStatus::kTimeout) return false;
+  if (wait != WaitStatus::kReadable) return true;
+  std::array<uint8_t, 16 * 1024> sink;
+  const IoResult r = Receive(socket, sink.data(), sink.size());
+  return r.status == IoStatus::kClosed || r.status == IoStatus::kError;
+}
+
 }  // namespace
 
 bool CloseWaitOver(const Socket& socket, uint64_t waited_ms) {
@@ -22,15 +33,22 @@ bool CloseWaitOver(const Socket& socket, uint64_t waited_ms) {
 void CloseGracefully(Socket& socket) {
   if (!socket.Valid()) return;
   ShutdownSend(socket);
-  const uint64_t start = MonotonicMs();
+  FinishGracefulClose(socket, MonotonicMs());
+}
+
+bool CloseIfPeerEnded(Socket& socket, uint64_t since_ms) {
+  if (!socket.Valid()) return true;
   std::array<uint8_t, 16 * 1024> sink;
-  while (!CloseWaitOver(socket, MonotonicMs() - start)) {
-    const WaitStatus wait = WaitReadable(socket, kCloseSliceMs);
-    if (wait == WaitStatus::kTimeout) continue;
-    if (wait != WaitStatus::kReadable) break;
-    const IoResult r = Receive(socket, sink.data(), sink.size());
-    // The peer's end, or a failure: nothing more to wait for.
-    if (r.status == IoStatus::kClosed || r.status == IoStatus::kError) break;
+  const IoResult r = Receive(socket, sink.data(), sink.size());
+  const bool ended = r.status == IoStatus::kClosed || r.status == IoStatus::kError;
+  if (!ended && !CloseWaitOver(socket, MonotonicMs() - since_ms)) return false;
+  socket.Close();
+  return true;
+}
+
+void FinishGracefulClose(Socket& socket, uint64_t since_ms) {
+  if (!socket.Valid()) return;
+  while (!CloseWaitOver(socket, MonotonicMs() - since_ms) && !PeerEnded(socket, kCloseSliceMs)) {
   }
   socket.Close();
 }

@@ -40,4 +40,11 @@ bool CloseWaitOver(const Socket& socket, uint64_t waited_ms);
 /// Blocking and non-blocking sockets alike.
 void CloseGracefully(Socket& socket);
 
+/// CloseGracefully in two parts, for a caller with other work meanwhile: after
+/// ShutdownSend at `since_ms` (MonotonicMs), CloseIfPeerEnded makes one receive on a
+/// non-blocking socket, drops what it got and closes once the peer has closed, the socket
+/// failed or CloseWaitOver; true when it closed. FinishGracefulClose waits for that.
+bool CloseIfPeerEnded(Socket& socket, uint64_t since_ms);
+void FinishGracefulClose(Socket& socket, uint64_t since_ms);
+
 }  // namespace kel::platform

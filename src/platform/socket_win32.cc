@@ -69,8 +69,6 @@ void Socket::Shutdown() const {
 Socket NewTcpSocket() {
   Socket socket(AsHandle(NewSocket()));
   if (!socket.Valid()) return socket;
-  const linger off{0, 0};
-  setsockopt(S(socket), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&off), sizeof off);
   const BOOL one = TRUE;
   setsockopt(S(socket), IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&one), sizeof one);
   return socket;

@@ -9,6 +9,7 @@
 #include "core/output.h"
 #include "core/parse.h"
 #include "core/safe_format.h"
+#include "device/device_link.h"
 #include "logging/logging_service.h"
 #include "platform/console.h"
 #include "platform/interrupt.h"
@@ -209,7 +210,9 @@ int KelcmdMain(int argc, char** argv) {
     std::fputs(BannerText().c_str(), stdout);
     ConsoleLoop();
   }
-  // Shutdown: the USB-notify monitor first, then the services.
+  // Shutdown: the board's last connection ends, then the USB-notify monitor, then the
+  // services.
+  Device().FinishClosing();
   StopUsbNotifyMonitor();
   StopLogging();
   StopProxy();
