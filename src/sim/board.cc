@@ -76,13 +76,13 @@ Board::Board(const Wiring& wiring, uint64_t start_ms) : start_ms_(start_ms) {
     }
     wiring_[static_cast<size_t>(ch)] = bus;
   }
-}
-
-bool Board::HasPeer(int channel) const {
-  for (int other = 0; other < kChannelCount; ++other) {
-    if (other != channel && BusOf(other) == BusOf(channel)) return true;
+  for (int ch = 0; ch < kChannelCount; ++ch) {
+    for (int other = 0; other < kChannelCount; ++other) {
+      if (other != ch && BusOf(other) == BusOf(ch)) {
+        peers_[static_cast<size_t>(ch)] |= static_cast<uint8_t>(1U << other);
+      }
+    }
   }
-  return false;
 }
 
 void Board::PowerOnReset(uint64_t now_ms) {
@@ -241,40 +241,6 @@ Answers Board::Measurements() const {
   }
   Add(&answers, code::kMeasure4, kRailsMv[0], kRailsMv[1], kRailsMv[2]);
   return answers;
-}
-
-Transmission Board::Transmit(int channel, const uint8_t* frame) {
-  Transmission result;
-  ChannelState& sender = Channel(channel);
-  if (!HasPeer(channel)) {
-    // Nobody acknowledges a frame on a bus of its own.
-    ++sender.transmit_errors;
-    return result;
-  }
-  const int bus = BusOf(channel);
-  uint32_t& count = bus_frames_[static_cast<size_t>(bus)];
-  ++count;
-  if (drop_every_ != 0 && count % drop_every_ == 0) {
-    ++sender.transmit_errors;
-    return result;
-  }
-  result.transmitted = true;
-  ++sender.frames_transmitted;
-  const uint32_t id = FrameWord(frame, 0);
-  const uint32_t info = FrameWord(frame, 1);
-  const bool extended = (info & kInfoExtended) != 0;
-  for (int r = 0; r < kChannelCount; ++r) {
-    if (r == channel || BusOf(r) != bus) continue;
-    ChannelState& receiver = Channel(r);
-    ++receiver.frames_received;
-    if (FilterPasses(receiver.filter_mask, receiver.filter_arbitration, id, extended)) {
-      result.deliver_to |= static_cast<uint8_t>(1U << r);
-    } else {
-      ++state_.frames_filtered;
-    }
-  }
-  result.echo = (info & kInfoEchoRequest) != 0;
-  return result;
 }
 
 }  // namespace kel::sim

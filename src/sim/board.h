@@ -128,7 +128,7 @@ class Board {
 
   int BusOf(int channel) const { return wiring_[static_cast<size_t>(channel)]; }
   /// True when another channel shares `channel`'s bus.
-  bool HasPeer(int channel) const;
+  bool HasPeer(int channel) const { return peers_[static_cast<size_t>(channel)] != 0; }
   const BoardState& State() const { return state_; }
 
  private:
@@ -137,6 +137,7 @@ class Board {
   uint16_t OverCurrentNow() const { return state_.outputs & overcurrent_pins_; }
 
   Wiring wiring_;
+  std::array<uint8_t, kChannelCount> peers_{};  // per channel, the others on its bus as bits
   uint64_t start_ms_;
   BoardState state_;
   bool baud_ignored_ = false;
@@ -145,5 +146,41 @@ class Board {
   uint32_t firmware_version_ = kDefaultFirmwareVersion;
   std::array<uint32_t, kChannelCount> bus_frames_{};  // per bus number, for drop_every_
 };
+
+// Inline: every CAN frame routed comes through here.
+inline Transmission Board::Transmit(int channel, const uint8_t* frame) {
+  Transmission result;
+  ChannelState& sender = Channel(channel);
+  if (!HasPeer(channel)) {
+    // Nobody acknowledges a frame on a bus of its own.
+    ++sender.transmit_errors;
+    return result;
+  }
+  const int bus = BusOf(channel);
+  uint32_t& count = bus_frames_[static_cast<size_t>(bus)];
+  ++count;
+  if (drop_every_ != 0 && count % drop_every_ == 0) {
+    ++sender.transmit_errors;
+    return result;
+  }
+  result.transmitted = true;
+  ++sender.frames_transmitted;
+  const uint32_t id = FrameWord(frame, 0);
+  const uint32_t info = FrameWord(frame, 1);
+  const bool extended = (info & kInfoExtended) != 0;
+  const uint8_t peers = peers_[static_cast<size_t>(channel)];
+  for (int r = 0; r < kChannelCount; ++r) {
+    if ((peers & (1U << r)) == 0) continue;
+    ChannelState& receiver = Channel(r);
+    ++receiver.frames_received;
+    if (FilterPasses(receiver.filter_mask, receiver.filter_arbitration, id, extended)) {
+      result.deliver_to |= static_cast<uint8_t>(1U << r);
+    } else {
+      ++state_.frames_filtered;
+    }
+  }
+  result.echo = (info & kInfoEchoRequest) != 0;
+  return result;
+}
 
 }  // namespace kel::sim

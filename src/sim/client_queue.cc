@@ -4,34 +4,37 @@
 
 #include "sim/client_queue.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 #include "sim/loop.h"
 
 namespace kel::sim {
 
-uint8_t* ClientQueue::Append(size_t n, uint64_t now_ms) {
+uint8_t* ClientQueue::AppendSlowly(size_t n, uint64_t now_ms) {
   if (state_ == QueueState::kNotReading && Size() >= limits_.full_bytes) {
     ++lost_;
     return nullptr;
   }
   // Nothing was owed before: the connection cannot have failed to read it.
   if (Size() == 0) progress_ms_ = now_ms;
-  const size_t old = data_.size();
-  data_.resize(old + n);
-  return data_.data() + old;
+  if (tail_ + n > data_.size()) data_.resize(std::max(2 * data_.size(), tail_ + n));
+  uint8_t* const room = data_.data() + tail_;
+  tail_ += n;
+  return room;
 }
 
 void ClientQueue::Consume(size_t n, uint64_t now_ms) {
   if (n > 0) progress_ms_ = now_ms;
   head_ += n;
-  if (head_ == data_.size()) {
-    data_.clear();
-    head_ = 0;
-  } else if (head_ >= kReadChunk && head_ * 2 >= data_.size()) {
-    data_.erase(data_.begin(), data_.begin() + static_cast<std::ptrdiff_t>(head_));
+  if (head_ == tail_) {
+    head_ = tail_ = 0;
+  } else if (head_ >= kReadChunk && head_ * 2 >= tail_) {
+    std::memmove(data_.data(), data_.data() + head_, tail_ - head_);
+    tail_ -= head_;
     head_ = 0;
   }
 }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace kel::sim {
 namespace {
 
@@ -46,6 +48,27 @@ TEST(ClientQueueTest, AQueueThatIsReadSlowlyHoldsAndOneThatIsNotReadLosesThenExp
   EXPECT_EQ(QueueState::kFlowing, queue.State());
   EXPECT_EQ(16U, queue.Size());
   EXPECT_EQ(3U, queue.Lost()) << "counted for the connection's life";
+}
+
+TEST(ClientQueueTest, BytesLeaveInTheOrderTheyCameAcrossGrowthAndCompaction) {
+  ClientQueue queue;
+  uint32_t appended = 0;  // byte i holds i % 251
+  uint32_t consumed = 0;
+  for (int round = 0; round < 400; ++round) {
+    for (int i = 0; i < 50; ++i) {
+      uint8_t* room = queue.Append(16, 0);
+      ASSERT_NE(nullptr, room);
+      for (int b = 0; b < 16; ++b) room[b] = static_cast<uint8_t>(appended++ % 251);
+    }
+    // Uneven sends, some leaving the front half used: the queue moves its bytes forward.
+    const size_t n = std::min<size_t>(queue.Size(), 700 + 37 * static_cast<size_t>(round % 5));
+    for (size_t k = 0; k < n; ++k) {
+      ASSERT_EQ(static_cast<uint8_t>((consumed + k) % 251), queue.Data()[k]) << round;
+    }
+    queue.Consume(n, 0);
+    consumed += static_cast<uint32_t>(n);
+    ASSERT_EQ(appended - consumed, queue.Size());
+  }
 }
 
 }  // namespace
