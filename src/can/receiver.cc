@@ -102,10 +102,11 @@ ResultCode NextMessage(DeviceLink& link, PendingFrames& pending, const ExpectedM
 }
 
 // ReceiveMessages for a walk whose messages differ in their counter payload at most: one
-// identifier, no pause, no time payload; `recv ID:count*N` has this shape. Repetition r
-// expects its counter (or the fixed data) in the same header, so the frames are checked in
-// one tight loop with the expected data kept at hand (out of line, so that its registers
-// are its own).
+// identifier (a CAN one, bit 31 clear), no pause, no time payload; `recv ID:count*N` has
+// this shape. While received frames wait, they are checked where they lie, message after
+// message, with the expected data kept at hand and the progress line deferred; a frame
+// that matches the identifier is a CAN data frame, as command frames have bit 31 set. Out
+// of line, so that its registers are its own.
 [[gnu::noinline]] ResultCode ReceiveRun(DeviceLink& link, const SendSpec& spec,
                                         ProgressLine& progress, uint32_t& received) {
   const MessageWalk walk(spec);
@@ -118,17 +119,38 @@ ResultCode NextMessage(DeviceLink& link, PendingFrames& pending, const ExpectedM
   PendingFrames pending;
   ResultCode result = kOk;
   uint32_t count = 0;
-  bool line_shown = false;  // the progress line's first update prints at once
-  while (true) {
-    result = NextMessage(link, pending, expected);
-    if (result != kOk) break;
-    ++count;
-    if (!line_shown || pending.Empty()) {
+  while (result == kOk && count < repeat) {
+    // The first message, and any that has to wait for frames.
+    if (count == 0 || pending.Empty()) {
+      result = NextMessage(link, pending, expected);
+      if (result != kOk) break;
+      ++count;
       progress.Update(count, !pending.Empty());
-      line_shown = true;
+      if (counter) expected.data = (high | count) & mask;
+      continue;
     }
-    if (count == repeat) break;
-    if (counter) expected.data = (high | count) & mask;
+    const uint8_t* frame = pending.next;
+    const uint8_t* const end = pending.end;
+    for (; frame != end; frame += kFrameSize) {
+      if (FrameWord(frame, 0) != expected.id ||
+          ((FrameWord(frame, 1) ^ expected.info) & kComparedInfoBits) != 0) {
+        continue;
+      }
+      if ((DataOf(frame) & mask) != expected.data) {
+        result = kErrIntegrity;
+        frame += kFrameSize;
+        break;
+      }
+      ++count;
+      const bool last_frame = frame + kFrameSize == end;
+      if (last_frame || count == repeat) progress.Update(count, !last_frame);
+      if (count == repeat) {
+        frame += kFrameSize;
+        break;
+      }
+      if (counter) expected.data = (high | count) & mask;
+    }
+    pending.next = frame;
   }
   received = count;
   return result;
@@ -144,7 +166,8 @@ ResultCode NextMessage(DeviceLink& link, PendingFrames& pending, const ExpectedM
 // receive that may have to wait, and the progress line waits while frames do.
 ResultCode ReceiveMessages(DeviceLink& link, const SendSpec& spec, ProgressLine& progress,
                            uint32_t& received) {
-  if (spec.first_id == spec.last_id && spec.interval_ms == 0 && !spec.time) {
+  if (spec.first_id == spec.last_id && (spec.first_id & 0x80000000U) == 0 &&
+      spec.interval_ms == 0 && !spec.time) {
     return ReceiveRun(link, spec, progress, received);
   }
   MessageWalk walk(spec);
