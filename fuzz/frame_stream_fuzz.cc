@@ -1,5 +1,6 @@
 // The device link's reassembly of 16-byte frames from a stream that arrives in pieces of
-// any size: every whole frame comes out once, in order, and unchanged.
+// any size: every whole frame comes out once, in order, and unchanged, whether frames are
+// taken one at a time or all at once.
 
 #include <algorithm>
 #include <cstddef>
@@ -27,6 +28,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::memcpy(space.data(), stream + fed, n);
     buffer.Added(n);
     fed += n;
+    // Frames one at a time, or all that are whole at once where they lie, by turns.
+    if ((fed / piece) % 2 == 0) {
+      const std::span<const uint8_t> frames = buffer.TakeFramesInPlace();
+      if (frames.size() % kel::kFrameSize != 0 || buffer.HasFrame()) __builtin_trap();
+      if (std::memcmp(frames.data(), stream + taken, frames.size()) != 0) __builtin_trap();
+      taken += frames.size();
+    }
     while (buffer.HasFrame()) {
       buffer.TakeFrame(frame);
       if (std::memcmp(frame, stream + taken, kel::kFrameSize) != 0) __builtin_trap();

@@ -89,7 +89,4 @@ uint8_t MessageDlc(const SendSpec& spec);
 /// rtr (bit 16), extio (bit 24); the data bytes, or zeros where a payload goes.
 FrameBytes BuildFrame(const SendSpec& spec);
 
-/// Puts a counter or time payload into data bytes 0-3, little-endian.
-inline void SetPayload(FrameBytes& frame, uint32_t value) { SetFrameWord(frame.data(), 2, value); }
-
 }  // namespace kel

@@ -90,7 +90,7 @@ TEST(DeviceLinkTest, AFrameCutOffByTheLimitIsDroppedWhole) {
   link.Disconnect();
 }
 
-TEST(DeviceLinkTest, NextFrameHandsOutFramesWhereTheyLieInOrderThenFailsAtTheEnd) {
+TEST(DeviceLinkTest, NextFramesHandsOutWholeFramesWhereTheyLieInOrderThenFailsAtTheEnd) {
   // Three frames in one write, then one in two parts, then the board closes.
   FakeBoard board([](platform::Socket& client) {
     std::vector<uint8_t> stream;
