@@ -42,6 +42,30 @@ TEST(DeviceLinkTest, ConnectReusesTheOpenLinkAndFailsWhereNothingListens) {
   EXPECT_FALSE(nowhere.SendCommand(code::kReset, 0, 0, 0));
 }
 
+// The close waits for the board's end while the shell goes on: a board that never closes
+// its end still gets each line's frames and end at once, and a run of lines does not stall.
+TEST(DeviceLinkTest, ABoardThatKeepsItsEndOpenStillGetsEachLinesEndAtOnce) {
+  constexpr int kLines = 20;           // more than the link keeps waiting at once
+  std::vector<platform::Socket> held;  // the board's ends, never closed while it runs
+  std::atomic<int> ended{0};
+  FakeBoard board([&](platform::Socket& client) {
+    FrameBytes frame;
+    int frames = 0;
+    while (FakeBoard::ReadFrame(client, frame)) ++frames;
+    if (frames == 1) ++ended;
+    held.push_back(std::move(client));
+  });
+  DeviceLink link;
+  for (int line = 0; line < kLines; ++line) {
+    ASSERT_TRUE(link.Connect("127.0.0.1", board.Port()));
+    ASSERT_TRUE(link.SendCommand(code::kReset, 0, 0, 0));
+    link.Disconnect();
+  }
+  for (int i = 0; i < 2000 && ended.load() < kLines; ++i) platform::SleepMs(5);
+  EXPECT_EQ(kLines, ended.load()) << "every line's frame and end reached the board";
+  link.FinishClosing();
+}
+
 TEST(DeviceLinkTest, FramesLeaveAsSixteenLittleEndianBytes) {
   std::vector<FrameBytes> seen;
   {
