@@ -19,8 +19,6 @@ constexpr int kTransactSliceMs = 1000;
 // A full send buffer makes a non-blocking send wait for room; a board that takes nothing
 // for this long counts as a failed send.
 constexpr int kSendRoomMs = 5000;
-// Connections ended by Disconnect and still waiting for the board's end, at most.
-constexpr size_t kMaxEnding = 16;
 
 }  // namespace
 
@@ -33,7 +31,6 @@ DeviceLink::DeviceLink() : debug_socket_(&CurrentSettings().debug_socket), buffe
 
 bool DeviceLink::Connect(const std::string& address, int tcp_port) {
   if (socket_.Valid()) return true;
-  CloseEnded();
   broken_ = false;
   buffer_.Clear();
   platform::Socket socket = platform::NewTcpSocket();
@@ -49,26 +46,10 @@ bool DeviceLink::Connect(const std::string& address, int tcp_port) {
 void DeviceLink::Disconnect() {
   if (socket_.Valid()) {
     platform::ShutdownSend(socket_);
-    // A board that does not close its end would leave one socket per line behind: past a
-    // few, the oldest is waited for.
-    if (ending_.size() >= kMaxEnding) {
-      platform::FinishGracefulClose(ending_.front().socket, ending_.front().since_ms);
-      ending_.erase(ending_.begin());
-    }
-    ending_.push_back({std::move(socket_), platform::MonotonicMs()});
+    closer_.Add(std::move(socket_), platform::MonotonicMs());
   }
   broken_ = false;
   buffer_.Clear();
-}
-
-void DeviceLink::CloseEnded() {
-  std::erase_if(ending_,
-                [](Ending& e) { return platform::CloseIfPeerEnded(e.socket, e.since_ms); });
-}
-
-void DeviceLink::FinishClosing() {
-  for (Ending& e : ending_) platform::FinishGracefulClose(e.socket, e.since_ms);
-  ending_.clear();
 }
 
 void DeviceLink::MarkBroken() {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "device/background_closer.h"
 #include "device/frame.h"
 #include "device/frame_buffer.h"
 #include "platform/socket.h"
@@ -25,23 +26,22 @@ namespace kel {
 /// read then are kept up to the size of the receive buffer; older ones are dropped, as
 /// nobody asked for them. Disconnect closes gracefully, so that every frame sent reaches
 /// the board before the connection ends: it ends the sending direction at once, and the
-/// wait for the board's end goes on while the shell does other work (the next line, the
-/// next connection); FinishClosing, or the link's end, waits for what is left of it.
+/// wait for the board's end goes on in the background while the shell does other work
+/// (BackgroundCloser); FinishClosing, or the link's end, waits for what is left of it.
 class DeviceLink {
  public:
   DeviceLink();
-  ~DeviceLink() { FinishClosing(); }
   DeviceLink(const DeviceLink&) = delete;
   DeviceLink& operator=(const DeviceLink&) = delete;
 
   /// Opens the connection to `address` at `tcp_port`; an open connection is reused
   /// without a check. Blocking connect, then non-blocking. False on failure.
   bool Connect(const std::string& address, int tcp_port);
-  /// Ends the sending direction; the connection closes once the board has closed its end
-  /// (see platform::CloseGracefully), looked at without waiting at the next Connect.
+  /// Ends the sending direction; the connection closes in the background once the board
+  /// has closed its end, within the limits of platform::CloseGracefully.
   void Disconnect();
   /// Waits until every connection ended by Disconnect has closed: before the program ends.
-  void FinishClosing();
+  void FinishClosing() { closer_.Finish(); }
   bool Connected() const { return socket_.Valid(); }
   /// True once the board closed the connection or the socket failed.
   bool Broken() const { return broken_; }
@@ -100,21 +100,13 @@ class DeviceLink {
   bool FillToFrame(int timeout_ms);
   std::span<const uint8_t> NextFramesWaiting(int timeout_ms);
   void MarkBroken();
-  // Closes the ended connections whose board has closed its end (or whose wait is over).
-  void CloseEnded();
-
-  // A connection ended by Disconnect, waiting for the board's end.
-  struct Ending {
-    platform::Socket socket;
-    uint64_t since_ms;  // when its sending direction ended
-  };
 
   const bool* debug_socket_;  // the socket debug flag of the settings
 
   platform::Socket socket_;
   bool broken_ = false;
-  FrameBuffer buffer_;  // received bytes not yet handed out
-  std::vector<Ending> ending_;
+  FrameBuffer buffer_;       // received bytes not yet handed out
+  BackgroundCloser closer_;  // its end waits for the connections it closes
 };
 
 /// The process-wide link used by the device commands.
