@@ -109,8 +109,7 @@ ResultCode NextMessage(DeviceLink& link, PendingFrames& pending, const ExpectedM
 // of line, so that its registers are its own.
 [[gnu::noinline]] ResultCode ReceiveRun(DeviceLink& link, const SendSpec& spec,
                                         ProgressLine& progress, uint32_t& received) {
-  const MessageWalk walk(spec);
-  const MessageWords& first = walk.Message();
+  const MessageWords first = FirstMessage(spec);
   const uint64_t mask = DataMask(static_cast<uint8_t>(first.info));
   const uint64_t high = uint64_t{first.data_high} << 32;
   const bool counter = spec.count;
@@ -170,26 +169,19 @@ ResultCode ReceiveMessages(DeviceLink& link, const SendSpec& spec, ProgressLine&
       spec.interval_ms == 0 && !spec.time) {
     return ReceiveRun(link, spec, progress, received);
   }
-  MessageWalk walk(spec);
-  const uint64_t mask = DataMask(static_cast<uint8_t>(walk.Message().info));
+  const uint64_t mask = DataMask(static_cast<uint8_t>(FirstMessage(spec).info));
   PendingFrames pending;
   uint32_t count = 0;
-  do {
-    if (!walk.RepetitionEmpty()) {
-      do {
-        const ResultCode result = NextMessage(link, pending, Expect(walk.Message(), mask));
-        if (result != kOk) {
-          received = count;
-          return result;
-        }
-        ++count;
-      } while (walk.NextInRepetition());
-    }
-    if (spec.interval_ms != 0) platform::SleepUnlessInterrupted(spec.interval_ms);
-    progress.Update(count, !pending.Empty());
-  } while (walk.NextRepetition());
+  ResultCode result = kOk;
+  const auto receive = [&](const MessageWords& message) {
+    result = NextMessage(link, pending, Expect(message, mask));
+    if (result != kOk) return false;
+    ++count;
+    return true;
+  };
+  ForEachMessage(spec, receive, [&] { progress.Update(count, !pending.Empty()); });
   received = count;
-  return kOk;
+  return result;
 }
 
 }  // namespace

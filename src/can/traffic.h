@@ -68,86 +68,38 @@ struct MessageWords {
   }
 };
 
-/// The messages of `spec` in the order the sender sends them and the receiver expects
-/// them: per repetition r the payload is set (counter: r; time: milliseconds since the
-/// walk began), then each identifier from first to last in turn. A repetition whose last
-/// identifier lies below its first has no message.
-///
-///   MessageWalk walk(spec);
-///   do {
-///     if (!walk.RepetitionEmpty()) do use(walk.Message()); while (walk.NextInRepetition());
-///   } while (walk.NextRepetition());
-class MessageWalk {
- public:
-  explicit MessageWalk(const SendSpec& spec)
-      : repeat_(RepeatCount(spec)),
-        first_id_(spec.first_id),
-        last_id_(spec.last_id),
-        count_(spec.count),
-        time_(spec.time) {
-    const FrameBytes first = BuildFrame(spec);
-    message_ = {FrameWord(first.data(), 0), FrameWord(first.data(), 1), FrameWord(first.data(), 2),
-                FrameWord(first.data(), 3)};
-    SetPayload();
-  }
+/// The first message of `spec` as words: its frame (BuildFrame), payload 0.
+inline MessageWords FirstMessage(const SendSpec& spec) {
+  const FrameBytes frame = BuildFrame(spec);
+  return {FrameWord(frame.data(), 0), FrameWord(frame.data(), 1), FrameWord(frame.data(), 2),
+          FrameWord(frame.data(), 3)};
+}
 
-  /// The current message.
-  const MessageWords& Message() const { return message_; }
-  /// True when the repetitions have no message at all.
-  bool RepetitionEmpty() const { return last_id_ < first_id_; }
-  /// Steps to the next identifier of the repetition; false at its end.
-  bool NextInRepetition() {
-    if (id_ >= last_id_) return false;
-    message_.id = static_cast<uint32_t>(++id_);
-    return true;
-  }
-  /// Begins the next repetition with its payload set now (after the pause between them);
-  /// false when the last has been walked.
-  bool NextRepetition() {
-    if (++repetition_ >= repeat_) return false;
-    id_ = first_id_;
-    message_.id = first_id_;
-    SetPayload();
-    return true;
-  }
-
- private:
-  void SetPayload() {
-    if (count_) {
-      message_.data_low = repetition_;
-    } else if (time_) {
-      message_.data_low = clock_.ElapsedMs();
-    }
-  }
-
-  const uint32_t repeat_;
-  // 64-bit, so that a range ending at 0xFFFFFFFF ends.
-  const uint64_t first_id_;
-  const uint64_t last_id_;
-  const bool count_;
-  const bool time_;
-  const PayloadClock clock_;
-  uint32_t repetition_ = 0;
-  uint64_t id_ = first_id_;
-  MessageWords message_;
-};
-
-/// Walks the messages of `spec` (see MessageWalk), calling `visit(message)` for each.
-/// After each repetition it pauses for the interval and calls `after_repetition()` (the
-/// progress line). Stops and returns false as soon as `visit` returns false. An interrupt
-/// request cuts the pause short.
+/// Walks the messages of `spec` in the order the sender sends them and the receiver
+/// expects them, calling `visit(message)` for each: per repetition r the payload is set
+/// (counter: r; time: milliseconds since the walk began), then each identifier from first
+/// to last in turn. After each repetition it pauses for the interval and calls
+/// `after_repetition()` (the progress line). Stops and returns false as soon as `visit`
+/// returns false. An interrupt request cuts the pause short.
 template <typename Visit, typename AfterRepetition>
 bool ForEachMessage(const SendSpec& spec, Visit&& visit, AfterRepetition&& after_repetition) {
-  MessageWalk walk(spec);
-  do {
-    if (!walk.RepetitionEmpty()) {
-      do {
-        if (!visit(walk.Message())) return false;
-      } while (walk.NextInRepetition());
+  MessageWords message = FirstMessage(spec);
+  const PayloadClock clock;
+  const uint32_t repeat = RepeatCount(spec);
+  for (uint32_t r = 0; r < repeat; ++r) {
+    if (spec.count) {
+      message.data_low = r;
+    } else if (spec.time) {
+      message.data_low = clock.ElapsedMs();
+    }
+    // 64-bit, so that a range ending at 0xFFFFFFFF ends.
+    for (uint64_t id = spec.first_id; id <= spec.last_id; ++id) {
+      message.id = static_cast<uint32_t>(id);
+      if (!visit(static_cast<const MessageWords&>(message))) return false;
     }
     if (spec.interval_ms != 0) platform::SleepUnlessInterrupted(spec.interval_ms);
     after_repetition();
-  } while (walk.NextRepetition());
+  }
   return true;
 }
 

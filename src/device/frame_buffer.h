@@ -28,21 +28,13 @@ class FrameBuffer {
   void TakeFrame(uint8_t* frame) { std::memcpy(frame, TakeFrameInPlace(), kFrameSize); }
   /// Hands out the next whole frame where it lies: valid until the next Space or Added.
   /// Only when HasFrame.
-  const uint8_t* TakeFrameInPlace() {
-    const uint8_t* const frame = data_.data() + start_;
-    start_ += kFrameSize;
-    if (start_ == end_) start_ = end_ = 0;
-    return frame;
-  }
+  const uint8_t* TakeFrameInPlace() { return Take(kFrameSize); }
 
   /// Hands out every whole frame held, where they lie: a span of whole frames, valid
   /// until the next Space or Added; empty when none is held.
   std::span<const uint8_t> TakeFramesInPlace() {
     const size_t whole = (end_ - start_) / kFrameSize * kFrameSize;
-    const std::span<const uint8_t> frames(data_.data() + start_, whole);
-    start_ += whole;
-    if (start_ == end_) start_ = end_ = 0;
-    return frames;
+    return {Take(whole), whole};
   }
 
   /// The free space behind the bytes held, which move to the front first; empty when the
@@ -58,6 +50,14 @@ class FrameBuffer {
   size_t Size() const { return end_ - start_; }
 
  private:
+  // Hands out `n` held bytes from the front, where they lie.
+  const uint8_t* Take(size_t n) {
+    const uint8_t* const bytes = data_.data() + start_;
+    start_ += n;
+    if (start_ == end_) start_ = end_ = 0;
+    return bytes;
+  }
+
   std::vector<uint8_t> data_;
   size_t start_ = 0;
   size_t end_ = 0;

@@ -10,15 +10,19 @@ namespace {
 // While the peer's end has not come, the wait looks at the time limit this often.
 constexpr int kCloseSliceMs = 20;
 
-// Waits up to `wait_ms` for input and drops one receive of it: true once the peer's end
-// came or the socket failed (nothing more to wait for).
-bool PeerEnded(const Socket& socket, int wait_ms) {
-  const WaitStatus wait = WaitReadable(socket, wait_ms);
-  if (wait == WaitStatus::kTimeout) return false;
-  if (wait != WaitStatus::kReadable) return true;
+// Drops one receive of input: true once the peer's end came or the socket failed
+// (nothing more to wait for).
+bool ReceiveEnded(const Socket& socket) {
   std::array<uint8_t, 16 * 1024> sink;
   const IoResult r = Receive(socket, sink.data(), sink.size());
   return r.status == IoStatus::kClosed || r.status == IoStatus::kError;
+}
+
+// ReceiveEnded once input came within `wait_ms`.
+bool PeerEnded(const Socket& socket, int wait_ms) {
+  const WaitStatus wait = WaitReadable(socket, wait_ms);
+  if (wait == WaitStatus::kTimeout) return false;
+  return wait != WaitStatus::kReadable || ReceiveEnded(socket);
 }
 
 }  // namespace
@@ -38,10 +42,7 @@ void CloseGracefully(Socket& socket) {
 
 bool CloseIfPeerEnded(Socket& socket, uint64_t since_ms) {
   if (!socket.Valid()) return true;
-  std::array<uint8_t, 16 * 1024> sink;
-  const IoResult r = Receive(socket, sink.data(), sink.size());
-  const bool ended = r.status == IoStatus::kClosed || r.status == IoStatus::kError;
-  if (!ended && !CloseWaitOver(socket, MonotonicMs() - since_ms)) return false;
+  if (!ReceiveEnded(socket) && !CloseWaitOver(socket, MonotonicMs() - since_ms)) return false;
   socket.Close();
   return true;
 }
